@@ -1,0 +1,43 @@
+#include "app/collector.h"
+
+#include <cstdio>
+#include <exception>
+
+#include "app/completion_lock.h"
+#include "app/crash_record.h"
+#include "app/info_file.h"
+#include "app/paths.h"
+#include "platform/posix_helpers.h"
+#include "platform/print.h"
+
+namespace {
+
+// Archive, info file, then the empty ready marker: whoever sees the marker may
+// rely on the other two being complete.
+void WriteDump(const CrashInfo& record)
+{
+    WriteInfoFile(record, paths::kInfoFile);
+    WriteFile(paths::kReadyMarker, "", 0, 0666);
+}
+
+} // namespace
+
+int RunCollector()
+{
+    try {
+        CompletionLock lock;
+        const CrashInfo record = BuildCrashRecord();
+        if (record.empty()) {
+            tessel::print(stderr, "No post-mortem crash dump available.\n");
+            return 1;
+        }
+        WriteDump(record);
+        tessel::print(stderr, "Post-mortem crash dump generated.\n");
+        return 0;
+    } catch (const std::exception& e) {
+        tessel::print(stderr, "crash-dump caught exception: {}\n", e.what());
+    } catch (...) {
+        tessel::print(stderr, "crash-dump caught exception.\n");
+    }
+    return 1;
+}

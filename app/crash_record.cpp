@@ -1,0 +1,6 @@
+#include "app/crash_record.h"
+
+CrashInfo BuildCrashRecord()
+{
+    return {};
+}

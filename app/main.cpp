@@ -1,0 +1,6 @@
+#include "app/collector.h"
+
+int main()
+{
+    return RunCollector();
+}

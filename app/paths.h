@@ -1,0 +1,19 @@
+#pragma once
+
+// Every fixed path of the collector, in one place. The program takes no
+// options and reads no configuration: these are the device's layout.
+namespace paths {
+
+// The completion lock: created under the temporary name, locked, then renamed,
+// so that a reader who finds the final name and asks for a lock waits for the
+// collector to finish.
+constexpr const char* kLockTemporary = "/var/lock/crash-dump-complete.tmp";
+constexpr const char* kLock = "/var/lock/crash-dump-complete";
+
+// The three outputs, written in this order; the empty ready marker last means
+// the other two are complete.
+constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2";
+constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
+constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";
+
+} // namespace paths

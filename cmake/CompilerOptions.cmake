@@ -1,0 +1,16 @@
+# Warnings, relative source paths in assertion reports, and the sanitizer
+# switch shared by every target of the project.
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion)
+
+# Assertion reports name files relative to the source tree, whatever the
+# build machine's checkout path was.
+add_compile_options("-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+set(CRASH_DUMP_SANITIZE "" CACHE STRING
+    "Comma-separated -fsanitize= list (address,undefined or thread)")
+if(CRASH_DUMP_SANITIZE)
+  add_compile_options(-fsanitize=${CRASH_DUMP_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${CRASH_DUMP_SANITIZE})
+endif()

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test. Run as root: the system tests run the
+# collector in a mount namespace and chroot.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup-host.sh
+
+echo "== release build: unit and system tests"
+cmake --preset release >/dev/null
+cmake --build --preset release
+ctest --preset release -j2

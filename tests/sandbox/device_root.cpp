@@ -1,0 +1,267 @@
+#include "device_root.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace sandbox {
+
+namespace {
+
+// The device's own directories. /var/run/crash-dump and the output directory
+// exist on a device before the collector runs (the system image makes them).
+const char* const kDirectories[] = {
+    "/proc", "/sys", "/dev", "/etc", "/tmp", "/usr", "/var/lock", "/var/run/crash-dump",
+    "/var/lib/lumora/crash-dump",
+};
+
+// The host's merged /usr layout, so that "/bin/sh" and the loader resolve.
+const char* const kUsrLinks[][2] = {
+    {"/bin", "usr/bin"}, {"/sbin", "usr/sbin"}, {"/lib", "usr/lib"}, {"/lib64", "usr/lib64"},
+};
+
+[[noreturn]] void Die(const char* what)
+{
+    std::fprintf(stderr, "sandbox: %s: %s\n", what, std::strerror(errno));
+    _exit(125);
+}
+
+void BindMount(const std::string& source, const std::string& target, bool read_only)
+{
+    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
+        Die(("bind " + source).c_str());
+    if (read_only
+        && mount(nullptr, target.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_REC, nullptr) != 0)
+        Die(("remount read-only " + target).c_str());
+}
+
+std::string Slurp(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+} // namespace
+
+DeviceRoot::DeviceRoot()
+    : m_program(CRASH_DUMP_BINARY)
+{
+    std::string pattern = (fs::temp_directory_path() / "device-root.XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::system_error(errno, std::generic_category(), "mkdtemp");
+    m_base = pattern;
+    m_root = m_base + "/root";
+
+    for (const char* directory : kDirectories)
+        MakeDirectory(directory);
+    for (const auto& link : kUsrLinks)
+        fs::create_directory_symlink(link[1], Path(link[0]));
+    fs::permissions(Path("/tmp"), fs::perms::all | fs::perms::sticky_bit);
+
+    // The loader finds the host's libraries through the host's cache.
+    fs::copy_file("/etc/ld.so.cache", Path("/etc/ld.so.cache"));
+
+    // The kernel log and the console are plain files here, so that tests can
+    // read what the collector and its children wrote to them.
+    WriteFile("/dev/kmsg", "");
+    WriteFile("/dev/console", "");
+    WriteFile(kCollector, "", 0755);
+    BindHostFile("/dev/null", "/dev/null");
+    BindHostFile("/dev/urandom", "/dev/urandom");
+}
+
+DeviceRoot::~DeviceRoot()
+{
+    std::error_code ignored;
+    fs::remove_all(m_base, ignored);
+}
+
+std::string DeviceRoot::Path(std::string_view inside) const
+{
+    return m_root + std::string(inside);
+}
+
+void DeviceRoot::WriteFile(std::string_view inside, std::string_view content, mode_t mode) const
+{
+    const std::string path = Path(inside);
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file)
+        throw std::runtime_error("cannot write " + path);
+    fs::permissions(path, static_cast<fs::perms>(mode));
+}
+
+std::string DeviceRoot::ReadFile(std::string_view inside) const
+{
+    if (!Exists(inside))
+        throw std::runtime_error("no file " + std::string(inside) + " in the device");
+    return Slurp(Path(inside));
+}
+
+bool DeviceRoot::Exists(std::string_view inside) const
+{
+    return fs::exists(fs::symlink_status(Path(inside)));
+}
+
+void DeviceRoot::MakeDirectory(std::string_view inside, mode_t mode) const
+{
+    fs::create_directories(Path(inside));
+    fs::permissions(Path(inside), static_cast<fs::perms>(mode));
+}
+
+void DeviceRoot::Remove(std::string_view inside) const
+{
+    fs::remove_all(Path(inside));
+}
+
+void DeviceRoot::BindHostFile(std::string_view host_path, std::string_view inside)
+{
+    UnbindHostFile(inside);
+    WriteFile(inside, "");
+    m_binds.push_back({std::string(host_path), std::string(inside)});
+}
+
+void DeviceRoot::UnbindHostFile(std::string_view inside)
+{
+    for (auto it = m_binds.begin(); it != m_binds.end(); ++it) {
+        if (it->inside == inside) {
+            m_binds.erase(it);
+            Remove(inside);
+            return;
+        }
+    }
+}
+
+void DeviceRoot::Preload(const std::string& host_library)
+{
+    const std::string inside = "/.preload/" + fs::path(host_library).filename().string();
+    BindHostFile(host_library, inside);
+    WriteFile("/etc/ld.so.preload", inside + "\n");
+}
+
+void DeviceRoot::SetResetCauses(uint32_t causes) const
+{
+    const char cell[4] = {static_cast<char>(causes >> 24), static_cast<char>(causes >> 16),
+                          static_cast<char>(causes >> 8), static_cast<char>(causes)};
+    WriteFile("/proc/device-tree/lumora/bootloader/imx-reset-cause", std::string_view(cell, sizeof cell));
+}
+
+DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) const
+{
+    // Each run keeps its own output files, so runs may overlap.
+    const std::string output_directory = m_base + "/run." + std::to_string(++m_runs);
+    fs::create_directory(output_directory);
+    pid_t pid = fork();
+    if (pid < 0)
+        throw std::system_error(errno, std::generic_category(), "fork");
+    if (pid == 0)
+        EnterAndExec(argv, output_directory);
+    return Process(pid, output_directory);
+}
+
+void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const
+{
+    int null_fd = open("/dev/null", O_RDONLY);
+    int out_fd = open((output_directory + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    int err_fd = open((output_directory + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (null_fd < 0 || out_fd < 0 || err_fd < 0)
+        Die("open output files");
+
+    if (unshare(CLONE_NEWNS) != 0)
+        Die("unshare");
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        Die("make mounts private");
+    BindMount("/usr", Path("/usr"), true);
+    BindMount(m_program, Path(kCollector), true);
+    for (const Bind& bind : m_binds)
+        BindMount(bind.host, Path(bind.inside), false);
+
+    if (chroot(m_root.c_str()) != 0 || chdir("/") != 0)
+        Die("chroot");
+
+    dup2(null_fd, 0);
+    dup2(out_fd, 1);
+    dup2(err_fd, 2);
+    closefrom(3);
+
+    std::vector<char*> args;
+    for (const std::string& arg : argv)
+        args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    char path[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
+    char* environment[] = {path, nullptr};
+    execve(args[0], args.data(), environment);
+    Die("execve");
+}
+
+DeviceRoot::Process::Process(pid_t pid, std::string output_directory)
+    : m_pid(pid), m_output_directory(std::move(output_directory)), m_started(std::chrono::steady_clock::now())
+{
+}
+
+DeviceRoot::Process::Process(Process&& other) noexcept
+    : m_pid(std::exchange(other.m_pid, 0)),
+      m_output_directory(std::move(other.m_output_directory)),
+      m_started(other.m_started)
+{
+}
+
+DeviceRoot::Process::~Process()
+{
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+}
+
+RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
+{
+    RunResult result;
+    int status = 0;
+    struct rusage usage {};
+    const auto deadline = m_started + timeout;
+    for (;;) {
+        pid_t done = wait4(m_pid, &status, WNOHANG, &usage);
+        if (done == m_pid)
+            break;
+        if (done < 0)
+            throw std::system_error(errno, std::generic_category(), "wait4");
+        if (std::chrono::steady_clock::now() > deadline)
+            kill(m_pid, SIGKILL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    m_pid = 0;
+    result.wall_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_started).count();
+    result.max_rss_kib = usage.ru_maxrss;
+    if (WIFEXITED(status))
+        result.exit_status = WEXITSTATUS(status);
+    else if (WIFSIGNALED(status))
+        result.signal = WTERMSIG(status);
+    result.standard_error = Slurp(m_output_directory + "/stderr");
+    result.standard_output = Slurp(m_output_directory + "/stdout");
+    return result;
+}
+
+} // namespace sandbox

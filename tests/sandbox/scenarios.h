@@ -1,0 +1,15 @@
+#pragma once
+
+#include "device_root.h"
+
+namespace sandbox {
+
+// A device whose previous run ended normally: power-on reset, no core kept,
+// no panic, no dump requested.
+void PrepareCleanBoot(DeviceRoot& device);
+
+// A device that was reset by its watchdog after the player asserted: the
+// kernel kept a core image and its log.
+void PrepareCrashedDevice(DeviceRoot& device);
+
+} // namespace sandbox
