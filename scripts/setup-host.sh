@@ -10,6 +10,7 @@ packages=(
   libfmt-dev zlib1g-dev libcap-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   bzip2 tar util-linux coreutils
+  clang libclang-rt-14-dev
 )
 
 missing=()
