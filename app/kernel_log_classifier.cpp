@@ -1,6 +1,7 @@
 #include "app/kernel_log_classifier.h"
 
 #include <string>
+#include <string_view>
 
 #include <boost/spirit/include/qi.hpp>
 
@@ -11,6 +12,45 @@ namespace {
 using Iterator = std::string::const_iterator;
 using Rule = qi::rule<Iterator>;
 using TextRule = qi::rule<Iterator, std::string()>;
+
+// What the patterns start with: the bare assertion at the start of the line,
+// every other one right after the record header.
+constexpr const char* kAssertExecuting = "ASSERT Executing ";
+constexpr const char* kProcess = "Process ";
+constexpr const char* kAssertFrom = "User space assert from ";
+constexpr const char* kGLibNetError = "**\\x0aGLib-Net:ERROR:";
+constexpr const char* kGLibCritical = "\\x0a(process:";
+constexpr const char* kPlayer = "LMPLAY: ";
+constexpr const char* kForced = "Requesting crash at web user request.";
+constexpr const char* kScriptHash = "ScriptHash: ";
+constexpr const char* kScriptName = "ScriptName: ";
+constexpr const char* kScriptRuntimeError = "ScriptRuntimeError: ";
+constexpr const char* kScriptLoadError = "ScriptLoadError: ";
+
+constexpr const char* kMessageStarts[] = {
+    kProcess, kAssertFrom, kGLibNetError, kGLibCritical, kPlayer, kForced,
+    kScriptHash, kScriptName, kScriptRuntimeError, kScriptLoadError,
+};
+
+// Nearly every line of a log is no crash report, and trying the patterns on
+// it would scan its header once per pattern. A pattern can only match a line
+// that starts with the bare assertion, or whose message (after a header of at
+// least one character up to the first ";") starts with the first character of
+// a message literal; a pattern that fails stores nothing. So passing over all
+// other lines gives exactly the same record.
+bool MayMatch(std::string_view line)
+{
+    if (line.substr(0, std::string_view(kAssertExecuting).size()) == kAssertExecuting)
+        return true;
+    const size_t header_end = line.find(';');
+    if (header_end == std::string_view::npos || header_end == 0 || header_end + 1 == line.size())
+        return false;
+    for (const char* start : kMessageStarts) {
+        if (line[header_end + 1] == start[0])
+            return true;
+    }
+    return false;
+}
 
 // Store modes. An action sits at the end of its pattern, so a pattern that
 // fails part-way stores nothing.
@@ -108,26 +148,26 @@ void KernelLogRules::BuildPatterns(const Rule& header, CrashInfo& info)
 {
     const auto digit = qi::char_('0', '9');
 
-    m_process = (header >> "Process " >> m_word)[StoreLast{info, "process"}];
+    m_process = (header >> kProcess >> m_word)[StoreLast{info, "process"}];
 
     // A user-space assertion report spans several escaped lines; the one that
     // starts with "ASSERT Executing " names the failed expression. Its capture
     // runs to the end of the line, which in practice ends the repetition.
-    m_assert_block = header >> "User space assert from " >> m_skip_line
-                     >> *(("ASSERT Executing " >> m_rest)[StoreFirst{info, "assert"}] | m_skip_line);
+    m_assert_block = header >> kAssertFrom >> m_skip_line
+                     >> *((kAssertExecuting >> m_rest)[StoreFirst{info, "assert"}] | m_skip_line);
     // The same report written straight to the console, without a record header.
-    m_assert_bare = ("ASSERT Executing " >> m_rest)[StoreFirst{info, "assert"}];
-    m_glib_net_error = (header >> "**\\x0aGLib-Net:ERROR:" >> m_rest)[StoreFirst{info, "assert"}];
-    m_glib_critical = (header >> "\\x0a(process:" >> qi::omit[*digit] >> "): GLib-CRITICAL **: "
+    m_assert_bare = (qi::lit(kAssertExecuting) >> m_rest)[StoreFirst{info, "assert"}];
+    m_glib_net_error = (header >> kGLibNetError >> m_rest)[StoreFirst{info, "assert"}];
+    m_glib_critical = (header >> kGLibCritical >> qi::omit[*digit] >> "): GLib-CRITICAL **: "
                        >> qi::omit[m_time_stamp] >> ": " >> m_rest)[StoreFirst{info, "assert"}];
 
-    m_player = (header >> "LMPLAY: " >> m_rest)[StoreLast{info, "lmplay"}];
-    m_forced = (header >> "Requesting crash at web user request.")[StoreFlag{info, "forced"}];
+    m_player = (header >> kPlayer >> m_rest)[StoreLast{info, "lmplay"}];
+    m_forced = (header >> kForced)[StoreFlag{info, "forced"}];
 
-    m_script_hash = (header >> "ScriptHash: " >> m_rest)[StoreLast{info, "script_hash"}];
-    m_script_name = (header >> "ScriptName: " >> m_rest)[StoreLast{info, "script_name"}];
-    m_script_runtime_error = (header >> "ScriptRuntimeError: " >> m_rest)[StoreFirst{info, "script_runtime_error"}];
-    m_script_load_error = (header >> "ScriptLoadError: " >> m_rest)[StoreFirst{info, "script_load_error"}];
+    m_script_hash = (header >> kScriptHash >> m_rest)[StoreLast{info, "script_hash"}];
+    m_script_name = (header >> kScriptName >> m_rest)[StoreLast{info, "script_name"}];
+    m_script_runtime_error = (header >> kScriptRuntimeError >> m_rest)[StoreFirst{info, "script_runtime_error"}];
+    m_script_load_error = (header >> kScriptLoadError >> m_rest)[StoreFirst{info, "script_load_error"}];
 
     m_assertions = m_assert_block | m_assert_bare | m_glib_net_error | m_glib_critical | m_assert_reserved_1
                    | m_assert_reserved_2;
@@ -137,6 +177,8 @@ void KernelLogRules::BuildPatterns(const Rule& header, CrashInfo& info)
 
 void KernelLogRules::Match(const std::string& line) const
 {
+    if (!MayMatch(line))
+        return;
     Iterator first = line.begin();
     qi::parse(first, line.end(), m_line);
 }

@@ -77,6 +77,8 @@ const LogCase kStoreModes[] = {
     {"glib_net_error_kept_over_later_critical",
      "3,10,2,-;**\\x0aGLib-Net:ERROR:first\n4,11,3,-;\\x0a(process:345): GLib-CRITICAL **: 12:34:56.789: second\n",
      {{"assert", "first"}}},
+    {"bare_assert_kept_over_later_glib_net_error", "ASSERT Executing first\n3,10,2,-;**\\x0aGLib-Net:ERROR:second\n",
+     {{"assert", "first"}}},
     {"earlier_critical_kept_over_bare_assert",
      "4,11,3,-;\\x0a(process:1): GLib-CRITICAL **: 12:34:56.789: first\nASSERT Executing second\n",
      {{"assert", "first"}}},
