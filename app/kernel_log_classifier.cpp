@@ -95,11 +95,11 @@ private:
     // Building blocks. Character classes are those of the "C" locale, spelled
     // as byte ranges so that neither the locale nor the signedness of char
     // changes them.
-    TextRule m_rest;      // printable characters: 0x20 to 0x7e
-    TextRule m_word;      // printable characters that are not white space
-    TextRule m_hex;       // no pattern needs hex digits at present
-    Rule m_escaped_break; // an inner line break, as the kernel escapes it
-    Rule m_skip_line;     // through the next escaped break
+    TextRule m_rest;       // printable characters: 0x20 to 0x7e
+    TextRule m_word;       // printable characters that are not white space
+    TextRule m_hex;        // no pattern needs hex digits at present
+    Rule m_escaped_break;  // an inner line break, as the kernel escapes it
+    Rule m_skip_line;      // through the next escaped break
     TextRule m_time_stamp; // GLib's time of day: hh:mm:ss.mmm
 
     // Patterns, in the order they are tried.

@@ -50,11 +50,8 @@ const LogCase kPatterns[] = {
      "4,11,3,-;\\x0a(process:345): GLib-CRITICAL **: 12:34:56.789: g_object_unref: assertion 'G_IS_OBJECT (object)' "
      "failed\n",
      {{"assert", "g_object_unref: assertion 'G_IS_OBJECT (object)' failed"}}},
-    {"glib_critical_without_process_id", "4,11,3,-;\\x0a(process:): GLib-CRITICAL **: 00:00:00.000: z\n",
-     {{"assert", "z"}}},
     {"player", "6,5,5,-;LMPLAY: playing presentation 'lobby'\n", {{"lmplay", "playing presentation 'lobby'"}}},
     {"forced", "6,12,4,-;Requesting crash at web user request.\n", {{"forced", "1"}}},
-    {"forced_with_text_after_it", "6,12,4,-;Requesting crash at web user request. Now.\n", {{"forced", "1"}}},
     {"script_hash", "6,1,1,-;ScriptHash: 9f86d081\n", {{"script_hash", "9f86d081"}}},
     {"script_name", "6,1,1,-;ScriptName: lobby.brs\n", {{"script_name", "lobby.brs"}}},
     {"script_runtime_error", "6,1,1,-;ScriptRuntimeError: a\\x0ab\n", {{"script_runtime_error", "a\\x0ab"}}},
@@ -70,10 +67,10 @@ const LogCase kStoreModes[] = {
     {"player_latest_wins", "6,1,1,-;LMPLAY: a\n6,2,2,-;LMPLAY: b\n", {{"lmplay", "b"}}},
     {"script_hash_latest_wins", "6,13,5,-;ScriptHash: a\n6,14,6,-;ScriptHash: b\n", {{"script_hash", "b"}}},
     {"script_name_latest_wins", "6,13,5,-;ScriptName: a\n6,14,6,-;ScriptName: b\n", {{"script_name", "b"}}},
-    {"script_runtime_error_earliest_wins", "6,13,5,-;ScriptRuntimeError: a\n6,14,6,-;ScriptRuntimeError: b\n",
-     {{"script_runtime_error", "a"}}},
     {"script_load_error_earliest_wins", "6,13,5,-;ScriptLoadError: a\n6,14,6,-;ScriptLoadError: b\n",
      {{"script_load_error", "a"}}},
+    {"script_runtime_error_earliest_wins", "6,13,5,-;ScriptRuntimeError: a\n6,14,6,-;ScriptRuntimeError: b\n",
+     {{"script_runtime_error", "a"}}},
     {"glib_net_error_kept_over_later_critical",
      "3,10,2,-;**\\x0aGLib-Net:ERROR:first\n4,11,3,-;\\x0a(process:345): GLib-CRITICAL **: 12:34:56.789: second\n",
      {{"assert", "first"}}},
@@ -105,32 +102,24 @@ INSTANTIATE_TEST_SUITE_P(StoreModes, ClassifyKernelLogTest, ::testing::ValuesIn(
 const LogCase kLineShapes[] = {
     {"empty_log", "", {}},
     {"final_line_without_line_end", "6,1,1,-;LMPLAY: a\n6,2,2,-;LMPLAY: b", {{"lmplay", "b"}}},
-    {"empty_lines", "\n\n6,1,1,-;LMPLAY: a\n\n", {{"lmplay", "a"}}},
     {"no_header", "Process swapper\n", {}},
     {"header_needs_a_character", ";Process swapper\n", {}},
     {"header_ends_at_first_semicolon", "6,1,1,-;x;Process swapper\n", {}},
     {"header_takes_any_byte", "\x80\t\x01;LMPLAY: a\n", {{"lmplay", "a"}}},
     {"literal_in_the_middle", "6,12,4,-;user: Requesting crash at web user request.\n", {}},
     {"literals_are_case_sensitive", "6,1,1,-;lmplay: a\n6,1,1,-;process swapper\n", {}},
-    {"incomplete_literal", "6,12,4,-;Requesting crash at web user request\n", {}},
     {"bare_assert_needs_the_start_of_the_line", " ASSERT Executing x\n", {}},
-    {"header_before_bare_assert", "6,1,1,-;ASSERT Executing x\n", {}},
     {"rest_stops_at_tab", "6,1,1,-;LMPLAY: a\tb\n", {{"lmplay", "a"}}},
     {"rest_stops_at_carriage_return", "6,1,1,-;LMPLAY: a\r\n", {{"lmplay", "a"}}},
     {"rest_stops_at_high_byte", "6,1,1,-;LMPLAY: caf\xc3\xa9 x\n", {{"lmplay", "caf"}}},
     {"rest_stops_at_nul", "6,1,1,-;LMPLAY: a\0b\n"s, {{"lmplay", "a"}}},
-    {"rest_keeps_tilde_and_space", "6,1,1,-;LMPLAY:  ~x \n", {{"lmplay", " ~x "}}},
     {"word_stops_at_space", "6,1,1,-;Process a b\n", {{"process", "a"}}},
-    {"word_stops_at_high_byte", "6,1,1,-;Process a\xff" "b\n", {{"process", "a"}}},
     {"one_digit_hour", "4,11,3,-;\\x0a(process:345): GLib-CRITICAL **: 1:34:56.789: x\n", {}},
     {"four_digit_milliseconds", "4,11,3,-;\\x0a(process:345): GLib-CRITICAL **: 12:34:56.7890: x\n", {}},
-    {"letters_in_process_id", "4,11,3,-;\\x0a(process:3a): GLib-CRITICAL **: 12:34:56.789: x\n", {}},
-    {"critical_without_leading_break", "4,11,3,-;(process:1): GLib-CRITICAL **: 12:34:56.789: x\n", {}},
     {"assert_block_without_any_break", "3,9,1,-;User space assert from p ASSERT Executing x\n", {}},
     {"assert_block_without_expression", "3,9,1,-;User space assert from p\\x0afile.c:10\\x0aBacktrace\n", {}},
     {"assert_block_expression_not_at_segment_start",
      "3,9,1,-;User space assert from p\\x0afile.c:10 ASSERT Executing x\\x0a\n", {}},
-    {"assert_block_broken_escape_is_no_break", "3,9,1,-;User space assert from p\\x0bASSERT Executing x\n", {}},
     {"matching_does_not_cross_lines", "6,1,1,-;User space assert from p\\x0a\nASSERT Executing x\n",
      {{"assert", "x"}}},
 };
@@ -140,13 +129,6 @@ TEST(ClassifyKernelLogStreamTest, StreamThatNeverOpenedYieldsNothing)
 {
     std::ifstream missing("/nonexistent/lastkmsg", std::ios::binary);
     EXPECT_TRUE(ClassifyKernelLog(missing).empty());
-}
-
-TEST(ClassifyKernelLogStreamTest, LongLinesAreReadWhole)
-{
-    const std::string message(1 << 20, 'm');
-    std::istringstream log("6,1,1,-;LMPLAY: " + message + "\n6,2,2,-;ScriptName: s\n");
-    EXPECT_EQ(ClassifyKernelLog(log), (CrashInfo{{"lmplay", message}, {"script_name", "s"}}));
 }
 
 } // namespace
