@@ -35,18 +35,22 @@ constexpr const char* kMessageStarts[] = {
 // Nearly every line of a log is no crash report, and trying the patterns on
 // it would scan its header once per pattern. A pattern can only match a line
 // that starts with the bare assertion, or whose message (after a header of at
-// least one character up to the first ";") starts with the first character of
-// a message literal; a pattern that fails stores nothing. So passing over all
-// other lines gives exactly the same record.
+// least one character up to the first ";") starts with one of the message
+// literals; a pattern that fails stores nothing. So passing over all other
+// lines gives exactly the same record.
 bool MayMatch(std::string_view line)
 {
-    if (line.substr(0, std::string_view(kAssertExecuting).size()) == kAssertExecuting)
+    auto starts_with = [](std::string_view text, std::string_view prefix) {
+        return text.substr(0, prefix.size()) == prefix;
+    };
+    if (starts_with(line, kAssertExecuting))
         return true;
     const size_t header_end = line.find(';');
-    if (header_end == std::string_view::npos || header_end == 0 || header_end + 1 == line.size())
+    if (header_end == std::string_view::npos || header_end == 0)
         return false;
+    const std::string_view message = line.substr(header_end + 1);
     for (const char* start : kMessageStarts) {
-        if (line[header_end + 1] == start[0])
+        if (starts_with(message, start))
             return true;
     }
     return false;
