@@ -16,4 +16,12 @@ constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2"
 constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
 constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";
 
+// What the previous run left behind. The reset causes are a device-tree
+// property, relative to the tree's root.
+constexpr const char* kResetCauses = "lumora/bootloader/imx-reset-cause";
+constexpr const char* kCoreImage = "/dev/ltcore";
+constexpr const char* kPanicFlag = "/proc/panic_flag";
+constexpr const char* kDumpTrigger = "/sys/class/mem/lastkmsg/trigger_dump";
+constexpr const char* kPreservedKernelLog = "/dev/lastkmsg";
+
 } // namespace paths

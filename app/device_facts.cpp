@@ -1,0 +1,5 @@
+#include "app/device_facts.h"
+
+void AddDeviceFacts(CrashInfo& /*record*/)
+{
+}

@@ -1,0 +1,45 @@
+#include "app/panic_flag.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "app/paths.h"
+#include "platform/errno_exception.h"
+#include "platform/print.h"
+#include "platform/unique_fd.h"
+
+bool PanicFlagSet()
+{
+    try {
+        tessel::UniqueFd fd(::open(paths::kPanicFlag, O_RDONLY | O_CLOEXEC));
+        if (!fd.valid())
+            throw ErrnoException(errno, paths::kPanicFlag);
+
+        // Only the first byte counts: the kernel writes "0" or "1" and a line end.
+        char flag = 0;
+        const ssize_t n = ::read(fd.get(), &flag, 1);
+        if (n < 0) {
+            tessel::print(stderr, "Failed to read panic flag: {}\n", std::strerror(errno));
+            return false;
+        }
+        if (n == 0) {
+            tessel::print(stderr, "Failed to read panic flag: empty\n");
+            return false;
+        }
+        if (flag == '1')
+            return true;
+        if (flag != '0')
+            tessel::print(stderr, "Unrecognised panic flag\n");
+        return false;
+    } catch (const std::exception& e) {
+        tessel::print(stderr, "Failed to open panic flag file: {}\n", e.what());
+    } catch (...) {
+        tessel::print(stderr, "Failed to open panic flag file: Unknown exception\n");
+    }
+    return false;
+}
