@@ -16,4 +16,9 @@ constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2"
 constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
 constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";
 
+// Where the archive's members are gathered; it lives only while the dump is
+// packed. Its parent is made by the system image.
+constexpr const char* kStagingDirectory = "/var/run/crash-dump/new";
+constexpr const char* kStagedInfo = "/var/run/crash-dump/new/info";
+
 } // namespace paths

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <thread>
 
@@ -141,6 +142,11 @@ struct StreamCase {
     const char* stdin_text;
     const char* expected_output;
 };
+
+void PrintTo(const StreamCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
 
 class SpawnProcessStreamCases : public testing::TestWithParam<StreamCase> {};
 
