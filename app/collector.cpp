@@ -5,6 +5,7 @@
 
 #include "app/completion_lock.h"
 #include "app/crash_record.h"
+#include "app/dump_collection.h"
 #include "app/info_file.h"
 #include "app/paths.h"
 #include "platform/posix_helpers.h"
@@ -16,6 +17,7 @@ namespace {
 // rely on the other two being complete.
 void WriteDump(const CrashInfo& record)
 {
+    CollectDump(record, paths::kArchive);
     WriteInfoFile(record, paths::kInfoFile);
     WriteFile(paths::kReadyMarker, "", 0, 0666);
 }

@@ -24,4 +24,9 @@ constexpr const char* kPanicFlag = "/proc/panic_flag";
 constexpr const char* kDumpTrigger = "/sys/class/mem/lastkmsg/trigger_dump";
 constexpr const char* kPreservedKernelLog = "/dev/lastkmsg";
 
+// Where the archive's members are gathered; it lives only while the dump is
+// packed. Its parent is made by the system image.
+constexpr const char* kStagingDirectory = "/var/run/crash-dump/new";
+constexpr const char* kStagedInfo = "/var/run/crash-dump/new/info";
+
 } // namespace paths
