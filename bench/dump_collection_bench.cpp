@@ -69,7 +69,7 @@ Figures Summarise(std::vector<sandbox::RunResult> runs)
               [](const auto& a, const auto& b) { return a.wall_seconds < b.wall_seconds; });
     long peak = 0;
     for (const auto& run : runs)
-        peak = std::max(peak, run.max_rss_kib);
+        peak = std::max(peak, run.own_peak_kib);
     return {runs[runs.size() / 2].wall_seconds, runs.front().wall_seconds, peak};
 }
 

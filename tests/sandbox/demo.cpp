@@ -41,7 +41,7 @@ int main()
 
     std::cout << "\n== crash-dump's standard error\n" << result.standard_error;
     std::cout << "== exit status " << result.exit_status << " (" << result.wall_seconds * 1000 << " ms, peak "
-              << result.max_rss_kib << " KiB)\n";
+              << result.own_peak_kib << " KiB)\n";
 
     const std::string output = device.Path(kOutputDirectory);
     Show(std::string("Files in ") + kOutputDirectory, "ls -l " + output);

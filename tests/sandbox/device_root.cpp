@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -51,6 +52,31 @@ void BindMount(const std::string& source, const std::string& target, bool read_o
     if (read_only
         && mount(nullptr, target.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY | MS_REC, nullptr) != 0)
         Die(("remount read-only " + target).c_str());
+}
+
+// The process's own high-water mark, once it runs the program it was started
+// for: until the exec it is a copy of the test program, whose mark says
+// nothing about the program under test.
+long SampleOwnPeak(pid_t pid, const std::string& starter_name)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    long peak = 0;
+    while (std::getline(status, line)) {
+        if (line.rfind("Name:", 0) == 0 && line.substr(line.find_first_not_of(" \t", 5)) == starter_name)
+            return 0;
+        if (line.rfind("VmHWM:", 0) == 0)
+            peak = std::atol(line.c_str() + 6);
+    }
+    return peak;
+}
+
+std::string OwnName()
+{
+    std::ifstream comm("/proc/self/comm");
+    std::string name;
+    std::getline(comm, name);
+    return name;
 }
 
 std::string Slurp(const std::string& path)
@@ -242,7 +268,9 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
     int status = 0;
     struct rusage usage {};
     const auto deadline = m_started + timeout;
+    const std::string starter_name = OwnName();
     for (;;) {
+        result.own_peak_kib = std::max(result.own_peak_kib, SampleOwnPeak(m_pid, starter_name));
         pid_t done = wait4(m_pid, &status, WNOHANG, &usage);
         if (done == m_pid)
             break;

@@ -16,7 +16,12 @@ struct RunResult {
     std::string standard_error;
     std::string standard_output;
     double wall_seconds = 0;
-    long max_rss_kib = 0;   // peak resident memory of the collector process
+    // Peak resident memory of the process and every child it waited for
+    // (the kernel's figure for the whole tree).
+    long max_rss_kib = 0;
+    // Peak resident memory of the started program alone, sampled from the
+    // kernel's high-water mark while it ran; 0 if it ended before a sample.
+    long own_peak_kib = 0;
 };
 
 // A synthetic device: a directory tree that becomes "/" for the collector,
