@@ -12,20 +12,23 @@ board_nandsim() {
 
 # Gives the nandsim partitions the names the player's boot loader uses:
 # writes ROOT/proc/mtd with mtd0, mtd1, ... renamed to NAME0, NAME1, ... (the
-# rest keep their names) and links ROOT/dev/mtdN to the real devices. The
-# kernel itself cannot name them: it has no command-line partition parser.
+# rest keep their names) and makes ROOT/dev/mtdN nodes of the real devices.
+# The kernel itself cannot name them: it has no command-line partition parser.
+# Nodes rather than links, so that ROOT also works as a chroot.
 board_mtd_alias() {
     local root=$1; shift
     mkdir -p "$root/proc" "$root/dev"
-    local dev size erase name n
+    local dev size erase name n node
     {
         read -r header && echo "$header"
         while read -r dev size erase name; do
             n=${dev%:}
             if [ $# -gt 0 ]; then name="\"$1\""; shift; fi
             echo "$dev $size $erase $name"
-            ln -sf "/dev/$n" "$root/dev/$n"
-            ln -sf "/dev/${n}ro" "$root/dev/${n}ro"
+            for node in "$n" "${n}ro"; do
+                rm -f "$root/dev/$node"
+                mknod "$root/dev/$node" c $(tr ':' ' ' <"/sys/class/mtd/$node/dev")
+            done
         done
     } </proc/mtd >"$root/proc/mtd"
 }

@@ -1,0 +1,140 @@
+#!/usr/bin/env bash
+# The target stage: the armhf build's unit tests under qemu-user, its
+# installation into a device image, and the static collector's runs on the
+# emulated i.MX6UL board, each checked from here. Set-up is idempotent and
+# cached under /var/cache/crash-dump-target; the first run downloads Debian's
+# armhf packages. Run as root (mknod and chroot on the board need nothing
+# here, but the set-up installs host packages).
+#
+# Usage: scripts/target-tests.sh
+set -uo pipefail
+cd "$(dirname "$0")/.."
+target=scripts/target
+. "$target/lib/common.sh"
+. "$target/tests/collector-cases.sh"
+
+started=$SECONDS
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+passed=0 failed=0
+check() { # name command...
+    local name=$1; shift
+    if "$@" >"$work/check.log" 2>&1; then
+        passed=$((passed + 1)); echo "ok   $name"
+    else
+        failed=$((failed + 1)); echo "FAIL $name"
+        sed 's/^/     /' "$work/check.log"
+    fi
+}
+
+# Runs a command quietly, showing its output only when it fails.
+quiet() { # log command...
+    local log=$1; shift
+    "$@" >"$log" 2>&1 && return 0
+    tail -n 40 "$log" >&2
+    return 1
+}
+
+echo "== target: set-up"
+quiet "$work/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
+quiet "$work/board.log" "$target/build-board.sh" || die "build-board.sh failed"
+
+echo "== target: armhf build, unit tests under qemu-user"
+quiet "$work/armhf.log" cmake --preset armhf || die "configuring armhf failed"
+quiet "$work/armhf.log" cmake --build --preset armhf -j2 || die "building armhf failed"
+
+unit_tests_pass() {
+    ctest --preset armhf -j2 >"$work/ctest.log" 2>&1
+    local rc=$?
+    grep -E 'tests passed|\(Skipped\)|\(Failed\)|\(Timeout\)' "$work/ctest.log"
+    [ $rc -eq 0 ] || tail -n 60 "$work/ctest.log"
+    return $rc
+}
+check "armhf unit tests under qemu-user" unit_tests_pass
+
+# A device image is staged with --prefix; nothing may land outside it, and
+# what the unit names must be where it names it.
+installs_into_device_image() {
+    local image=$work/image
+    cmake --install build/armhf --prefix "$image" || return 1
+    local f missing=
+    for f in sbin/crash-dump lib/systemd/system/crash-dump.service \
+        lib/tmpfiles.d/crash-dump.conf share/doc/crash-dump/README.md; do
+        [ -f "$image/$f" ] || { echo "missing: $f"; missing=1; }
+    done
+    [ -z "$missing" ] || return 1
+    grep -v "^$image/" build/armhf/install_manifest.txt && { echo "installed outside the image"; return 1; }
+    "$TARGET_TRIPLET-readelf" -h "$image/sbin/crash-dump" | grep -q 'Machine: *ARM$' ||
+        { echo "sbin/crash-dump is no ARM program"; return 1; }
+    local unit=$image/lib/systemd/system/crash-dump.service named
+    for named in $(sed -n 's|^ExecStart=/usr/||p; s|^Documentation=file:///usr/||p' "$unit"); do
+        [ -e "$image/$named" ] || { echo "the unit names /usr/$named, which is not installed"; return 1; }
+    done
+}
+check "cmake --install stages sbin, the systemd unit and tmpfiles.d" installs_into_device_image
+
+echo "== target: static collector and flash images"
+quiet "$work/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
+quiet "$work/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
+    die "building the static collector failed"
+COLLECTOR=$work/crash-dump
+"$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/armhf-static/app/crash-dump || die "strip failed"
+"$TARGET_TRIPLET-strip" -o "$work/crash-dump.dynamic" build/armhf/app/crash-dump || die "strip failed"
+echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
+    "static $(stat -c %s "$COLLECTOR") bytes"
+
+# The flash images come from the same builders as the host's system tests.
+quiet "$work/release.log" cmake --preset release || die "configuring release failed"
+quiet "$work/release.log" cmake --build --preset release -j2 --target device-images ||
+    die "building device-images failed"
+DEVICE_IMAGES=$PWD/build/release/tests/sandbox/device-images
+
+echo "== target: collector runs on the emulated board"
+boot_case() { # name
+    local dir=$work/$1
+    prepare_"$1" "$dir" >"$work/$1.prepare" 2>&1 || { echo "prepare failed" >"$work/$1.console"; return; }
+    "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
+        >>"$work/$1.prepare" 2>&1 || { echo "mk-initramfs failed" >"$work/$1.console"; return; }
+    local cause
+    cause=$(cat "$dir/case/reset-cause")
+    rm -rf "$dir"
+    # Generous: a loaded host doubles the usual boot of a few seconds.
+    "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 >"$work/$1.console" 2>&1
+    echo $? >"$work/$1.rc"
+    rm -f "$work/$1.cpio"
+}
+
+# Two boots at a time: one per core.
+for name in "${COLLECTOR_CASES[@]}"; do
+    mkdir -p "$work/$name/case"
+    [ "$(jobs -rp | wc -l)" -lt 2 ] || wait -n
+    (boot_case "$name"; ) &
+done
+wait
+
+case_passes() { # name
+    local results=$work/$1.results mismatches
+    tr -d '\r' <"$work/$1.console" |
+        sed -n '/^==== crash-dump results begin ====$/,/^==== crash-dump results end ====$/p' |
+        grep '^@@' >"$results"
+    if [ "$(cat "$work/$1.rc" 2>/dev/null)" != 0 ] || [ ! -s "$results" ]; then
+        echo "the board run failed (status $(cat "$work/$1.rc" 2>/dev/null || echo none)):"
+        cat "$work/$1.prepare" 2>/dev/null
+        tail -n 40 "$work/$1.console"
+        return 1
+    fi
+    mismatches=$(check_"$1" "$results")
+    [ -z "$mismatches" ] && return 0
+    echo "$mismatches"
+    return 1
+}
+for name in "${COLLECTOR_CASES[@]}"; do
+    check "board: $name" case_passes "$name"
+    [ -s "$work/$name.results" ] &&
+        echo "     the collector ran $(tagged "$work/$name.results" elapsed_ms) ms in the guest"
+done
+
+echo "target stage took $((SECONDS - started)) s"
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]

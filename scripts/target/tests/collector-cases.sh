@@ -1,0 +1,213 @@
+# The collector's runs on the emulated board, as the host prepares and checks
+# them. Sourced by scripts/target-tests.sh, which provides COLLECTOR (the
+# stripped static armhf collector) and DEVICE_IMAGES (the host program that
+# writes flash images).
+#
+# Each case NAME has prepare_NAME DIR, which fills DIR/case (copied to /case
+# on the board, read there by collector.scenario) and writes the boot's reset
+# cause to DIR/case/reset-cause, and check_NAME RESULTS, which prints one line
+# per mismatch between the run's results and what the case expects.
+
+COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset)
+
+# 128 MiB of NAND in 2 KiB pages and 128 KiB erase blocks: mtd0 holds 8
+# blocks for the boot loader environment, mtd1 16 for the rescue kernel.
+ERASE_BLOCK=131072
+NAND_CHIP="first_id_byte=0xec second_id_byte=0xa1 third_id_byte=0x00 fourth_id_byte=0x15 parts=8,16"
+PARTITIONS="flash0.nvram flash0.rescue"
+RESCUE_VERSION=4.3.2-rescue
+
+# The manufacturing record; the case checks read the values back from the
+# info file, re-formatted.
+BOOT_ENVIRONMENT=(LM_FORMAT=1 LM_SERIAL=PX4C00123 LM_HWREV=0x0a LM_HWFLAGS=0x1
+    LM_ETH0_HWADDR=00:1A:2B:3C:4D:5E LM_WLAN0_HWADDR=00:1a:2b:3c:4d:5f bootdelay=3)
+
+# --- preparing a case ----------------------------------------------------------
+
+case_root() { echo "$1/case/root"; }
+
+seed() { # dir path-in-root content
+    local file
+    file="$(case_root "$1")$2"
+    mkdir -p "$(dirname "$file")"
+    printf '%s' "$3" >"$file"
+}
+
+seed_collector() {
+    install -D -m 755 "$COLLECTOR" "$(case_root "$1")/usr/sbin/crash-dump"
+}
+
+# What the previous run left behind, as the player's own kernel keeps it.
+seed_previous_run() { # dir core-bytes panic-flag trigger
+    local root
+    root=$(case_root "$1")
+    mkdir -p "$root/dev"
+    core_image "$2" >"$root/dev/ltcore"
+    seed "$1" /proc/panic_flag "$3"
+    seed "$1" /sys/class/mem/lastkmsg/trigger_dump "$4"
+    seed "$1" /dev/lastkmsg "$(kernel_log)"
+    seed "$1" /etc/lumora-version "5.12.0"
+    seed "$1" /etc/lumora-image-name $' signage-player-release\n'
+}
+
+# An ELF core header and a deterministic body: large enough to span several
+# bzip2 blocks' worth of input reads, small enough to boot quickly.
+core_image() { # bytes
+    [ "$1" -gt 0 ] || return 0
+    { printf '\177ELF\001\001\001\000'; seq 1 100000; } | head -c "$1"
+}
+
+# The previous run's kernel log in /dev/kmsg's export format: the player
+# asserted, then the watchdog reset the board.
+kernel_log() {
+    printf '%s\n' \
+        '6,1021,5120334,-;Process lmplay (pid: 812, stack limit = 0x8c2b0000)' \
+        '3,1022,5120401,-;User space assert from lmplay[812]\x0aASSERT Executing frame.size() > 0 at render.cpp:214' \
+        '6,1023,5120455,-;LMPLAY: watchdog starving, last frame 4811'
+}
+
+board_identity() { # dir soc-line
+    seed "$1" /proc/boardid "Family: corvan
+ID: 0x1a
+Bootloader-version: uboot-2.4.1
+Secure-keys: 0
+Secure-boot: 0
+$2"
+}
+
+# Environment in the second erase block (the first is bad); the rescue image
+# spans a bad block, which the reader must step over.
+flash_with_bad_blocks() { # dir nvram-bad-blocks rescue-bad-blocks
+    local images=$1/case/images
+    mkdir -p "$images"
+    "$DEVICE_IMAGES" environment "$images/nvram.img" "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" || return 1
+    "$DEVICE_IMAGES" rescue "$images/rescue.img" "$RESCUE_VERSION" 600000 || return 1
+    cat >"$1/case/case.env" <<EOF
+NANDSIM="$NAND_CHIP badblocks=$2"
+PARTITIONS="$PARTITIONS"
+FLASH_IMAGES="0:nvram.img 1:rescue.img"
+EOF
+}
+
+no_flash() {
+    mkdir -p "$1/case"
+    printf 'NANDSIM=\nPARTITIONS=\nFLASH_IMAGES=\n' >"$1/case/case.env"
+}
+
+prepare_complete_dump() {
+    seed_collector "$1"
+    seed_previous_run "$1" 98304 0 0
+    board_identity "$1" "SoC: i.MX6UL"
+    # nvram's block 0; rescue's block 1 (chip block 9), inside the image.
+    flash_with_bad_blocks "$1" 0,9
+    echo 0x10 >"$1/case/reset-cause"
+}
+
+# No SoC line: the collector reads the SoC's own registers, and QEMU's
+# i.MX6UL is no i.MX6ULZ. The boot loader environment is never reached.
+prepare_unknown_silicon() {
+    seed_collector "$1"
+    seed_previous_run "$1" 98304 0 0
+    board_identity "$1" ""
+    no_flash "$1"
+    echo 0x10 >"$1/case/reset-cause"
+}
+
+prepare_clean_reset() {
+    seed_collector "$1"
+    seed_previous_run "$1" 0 0 $'0\n'
+    board_identity "$1" "SoC: i.MX6UL"
+    flash_with_bad_blocks "$1" 0
+    echo 0x1 >"$1/case/reset-cause"
+}
+
+# --- checking a case's results -------------------------------------------------
+
+# The lines the board tagged with TAG, in order.
+tagged() { sed -n "s/^@@$2 //p" "$1"; }
+
+expect_equal() { # what got want
+    [ "$2" = "$3" ] || printf '%s: got [%s], wanted [%s]\n' "$1" "$2" "$3"
+}
+
+# Standard error line by line against one extended regular expression each.
+expect_stderr() { # results regex...
+    local results=$1 line i=0; shift
+    local -a got
+    mapfile -t got < <(tagged "$results" stderr)
+    if [ ${#got[@]} -ne $# ]; then
+        printf 'stderr has %d lines, wanted %d:\n' ${#got[@]} $#
+        printf '    %s\n' "${got[@]}"
+        return
+    fi
+    for line in "$@"; do
+        grep -qE -- "$line" <<<"${got[$i]}" || printf 'stderr line %d: [%s] does not match %s\n' $((i + 1)) "${got[$i]}" "$line"
+        i=$((i + 1))
+    done
+}
+
+expect_info() { # results key=value...
+    local results=$1 entry; shift
+    for entry in "$@"; do
+        tagged "$results" info | grep -qxF -- "$entry" ||
+            printf 'info lacks %s (has: %s)\n' "$entry" "$(tagged "$results" info | grep -F -- "${entry%%=*}=" | head -n1)"
+    done
+}
+
+expect_no_info() { # results key...
+    local results=$1 key; shift
+    for key in "$@"; do
+        tagged "$results" info | grep -q "^$key=" && echo "info has $key, wanted none"
+    done
+}
+
+listing() { tagged "$1" "$2" | sort | tr '\n' ' ' | sed 's/ $//'; }
+
+# Nothing but the lock left behind, no outputs, no staging directory.
+expect_no_dump() { # results lock-entries
+    expect_equal "lock directory" "$(listing "$1" lock)" "$2"
+    expect_equal "output directory" "$(listing "$1" output)" ""
+    expect_equal "staging directory" "$(listing "$1" staging)" ""
+}
+
+check_complete_dump() {
+    local r=$1
+    expect_equal status "$(tagged "$r" status)" 0
+    expect_stderr "$r" \
+        '^Reset causes: 0x10 watchdog_reset$' \
+        '^Failed to read UBI list: .*/sys/class/ubi/ubi0/volumes_count' \
+        '^Post-mortem crash dump generated\.$'
+    expect_equal "lock directory" "$(listing "$r" lock)" "crash-dump-complete"
+    expect_equal "staging directory" "$(listing "$r" staging)" ""
+    expect_equal outputs "$(listing "$r" output)" "crash-dump.info crash-dump.ready crash-dump.tar.bz2"
+    expect_equal "archive members" "$(listing "$r" archive)" "./ ./dmesg ./info ./lastkmsg ./ltcore"
+    expect_equal "ltcore in the archive" "$(tagged "$r" ltcore)" "$(core_image 98304 | md5sum | cut -d' ' -f1)"
+    expect_equal "ready marker bytes" "$(tagged "$r" ready-bytes)" 0
+    expect_equal "archived info" "$(tagged "$r" archived-info)" "$(tagged "$r" info)"
+    expect_info "$r" type=post-mortem reset=watchdog_reset reset_flags=0x10 \
+        reset_flag_strings=watchdog_reset serial=PX4C00123 hwrev=10 \
+        eth_mac=00:1a:2b:3c:4d:5e wifi_mac=00:1a:2b:3c:4d:5f \
+        "rescue=$RESCUE_VERSION" soc=i.MX6UL board=0x1a boot=2.4.1 family=corvan \
+        run=5.12.0 image_name=signage-player-release td=0 console=1 process=lmplay \
+        "assert=frame.size() > 0 at render.cpp:214" \
+        "lmplay=watchdog starving, last frame 4811"
+    tagged "$r" info | grep -qE '^salt=[0-9a-f]{32}$' || echo "info has no 32-digit salt"
+    # The emulated board has no real-time clock: it boots in 1970.
+    expect_no_info "$r" time triggered customer_ubis
+}
+
+check_unknown_silicon() {
+    local r=$1
+    expect_equal status "$(tagged "$r" status)" 1
+    expect_stderr "$r" '^crash-dump caught exception: Unexpected silicon type$'
+    expect_no_dump "$r" ""
+}
+
+check_clean_reset() {
+    local r=$1
+    expect_equal status "$(tagged "$r" status)" 1
+    expect_stderr "$r" \
+        '^Reset causes: 0x1 power_on_reset$' \
+        '^No post-mortem crash dump available\.$'
+    expect_no_dump "$r" crash-dump-complete
+}
