@@ -138,7 +138,8 @@ static int block_request(const struct fake_mtd* mtd, unsigned long request, cons
 /* Fills [start, end) of a file with 0xff, the erased state of NAND. */
 static void fill_erased(int fd, off_t start, off_t end)
 {
-    unsigned char erased[256];
+    /* Large enough for one erase block: the images are opened with O_SYNC. */
+    static unsigned char erased[256 * 1024];
     memset(erased, 0xff, sizeof erased);
     for (off_t at = start; at < end; at += (off_t)sizeof erased) {
         size_t length = (size_t)(end - at) < sizeof erased ? (size_t)(end - at) : sizeof erased;

@@ -22,12 +22,13 @@ constexpr const char* kCrashedKernelLog =
 
 constexpr uint32_t kEraseSize = 128 * 1024;
 
-// What the kernel's board file says on a production player.
+// What the kernel's board file says on a production player. Values are
+// single words: the board file is read token by token.
 constexpr const char* kBoardId =
     "Family: corvan\n"
     "ID: 0x1a\n"
     "Bootloader-version: 2.4.11\n"
-    "SoC: i.MX6ULZ rev1.1\n"
+    "SoC: i.MX6ULZ\n"
     "Secure-keys: 1\n"
     "Secure-boot: 1\n"
     "Secure-ID: 5f3e9a0c7d21b846\n";
