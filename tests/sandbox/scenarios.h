@@ -4,6 +4,9 @@
 
 namespace sandbox {
 
+// Both scenarios have a production player's identity: a board file naming
+// its SoC and a boot loader environment in NAND with a manufacturing record.
+
 // A device whose previous run ended normally: power-on reset, no core kept,
 // no panic, no dump requested.
 void PrepareCleanBoot(DeviceRoot& device);
