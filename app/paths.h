@@ -16,4 +16,13 @@ constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2"
 constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
 constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";
 
+// What the device says about itself in a dump: the running system's version
+// and image name, the console, the UBI volumes and the randomness for the
+// dump's salt.
+constexpr const char* kSystemVersion = "/etc/lumora-version";
+constexpr const char* kImageName = "/etc/lumora-image-name";
+constexpr const char* kConsole = "/dev/console";
+constexpr const char* kUbiDevice = "/sys/class/ubi/ubi0";
+constexpr const char* kRandom = "/dev/urandom";
+
 } // namespace paths
