@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <boost/iostreams/filter/zlib.hpp>
-#include <boost/iostreams/read.hpp>
 
 #include "platform/assert_report.h"
 
