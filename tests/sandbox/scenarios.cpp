@@ -3,7 +3,7 @@
 #include <string>
 
 #include "hardware.h"
-#include "images.h"
+#include "environment_image.h"
 
 namespace sandbox {
 

@@ -6,7 +6,7 @@
 
 #include "device_root.h"
 #include "hardware.h"
-#include "images.h"
+#include "environment_image.h"
 #include "scenarios.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include "hardware/bootloader_environment.h"
 #include "hardware/uboot_environment.h"
-#include "images.h"
+#include "environment_image.h"
 #include "memory_nand.h"
 #include "param_name.h"
 

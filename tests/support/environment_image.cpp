@@ -1,4 +1,4 @@
-#include "images.h"
+#include "environment_image.h"
 
 #include <zlib.h>
 
