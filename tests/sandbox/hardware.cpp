@@ -1,6 +1,8 @@
 #include "hardware.h"
 
 #include <algorithm>
+#include <stdexcept>
+#include <utility>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -25,6 +27,25 @@ void PutWord(std::fstream& memory, uint32_t address, uint32_t value)
 }
 
 } // namespace
+
+MtdPartition FlashedPartition(const std::string& name, const std::string& image, uint32_t size,
+                              std::vector<uint32_t> bad_blocks)
+{
+    MtdPartition partition{name, std::string(size, '\xff')};
+    partition.bad_blocks = std::move(bad_blocks);
+    size_t written = 0;
+    for (uint32_t block = 0; written < image.size(); ++block) {
+        const size_t offset = size_t{block} * partition.erase_size;
+        if (offset >= size)
+            throw std::length_error("image larger than the good blocks of " + name);
+        if (std::find(partition.bad_blocks.begin(), partition.bad_blocks.end(), block) != partition.bad_blocks.end())
+            continue;
+        const size_t chunk = std::min<size_t>(partition.erase_size, image.size() - written);
+        partition.content.replace(offset, chunk, image, written, chunk);
+        written += chunk;
+    }
+    return partition;
+}
 
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
 {

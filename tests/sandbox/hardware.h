@@ -19,6 +19,11 @@ struct MtdPartition {
     std::vector<uint32_t> bad_blocks = {};
 };
 
+// A partition of size bytes holding image as a flashing tool writes it: block
+// by block, stepping over the bad blocks, with erased flash after it.
+MtdPartition FlashedPartition(const std::string& name, const std::string& image, uint32_t size,
+                              std::vector<uint32_t> bad_blocks);
+
 // Adds the partition as the next /dev/mtdN with its geometry, lists it in
 // "/proc/mtd" and loads the fake MTD driver into the device's programs.
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);

@@ -4,6 +4,7 @@
 
 #include "hardware.h"
 #include "environment_image.h"
+#include "fit_image.h"
 
 namespace sandbox {
 
@@ -63,9 +64,31 @@ void PrepareCleanBoot(DeviceRoot& device)
     device.WriteFile("/sys/class/mem/lastkmsg/trigger_dump", "0\n");
 }
 
+namespace {
+
+// The running system's files and the rescue kernel: what tells a support
+// engineer which software crashed. The rescue image is compressed, as the
+// build ships it, and one of the blocks it was flashed across is bad.
+void PrepareSoftware(DeviceRoot& device)
+{
+    device.WriteFile("/etc/lumora-version", kSystemVersion);
+    device.WriteFile("/etc/lumora-image-name", std::string("  ") + kImageName + "\n");
+    const std::string rescue = Gzip(RescueFitImage(kRescueVersion, 512 * 1024));
+    AddMtdPartition(device, FlashedPartition("flash0.rescue", rescue, 32 * kEraseSize, {2}));
+    device.WriteFile("/sys/class/ubi/ubi0/volumes_count", "3\n");
+    device.WriteFile("/sys/class/ubi/ubi0/ubi0_0/name", "cust_apps\n");
+    device.WriteFile("/sys/class/ubi/ubi0/ubi0_1/name", "data\n");
+    device.WriteFile("/sys/class/ubi/ubi0/ubi0_2/name", "cust_media\n");
+    // The kernel log of this boot, which the dump takes as "dmesg".
+    device.WriteFile("/dev/kmsg", "6,0,0,-;Booting Linux on physical CPU 0x0\n");
+}
+
+} // namespace
+
 void PrepareCrashedDevice(DeviceRoot& device)
 {
     PrepareIdentity(device);
+    PrepareSoftware(device);
     device.SetResetCauses(0x10);
     device.WriteFile("/dev/ltcore", std::string("\x7f" "ELF core image of the crashed kernel\n"));
     device.WriteFile("/dev/lastkmsg", kCrashedKernelLog);

@@ -15,4 +15,10 @@ void PrepareCleanBoot(DeviceRoot& device);
 // kernel kept a core image and its log.
 void PrepareCrashedDevice(DeviceRoot& device);
 
+// What the crashed device's identity files and partitions hold, for tests
+// that check the dump against them.
+constexpr const char* kRescueVersion = "4.9.337-lumora-rescue-2.3";
+constexpr const char* kSystemVersion = "9.0.112";
+constexpr const char* kImageName = "signage-player-release";
+
 } // namespace sandbox
