@@ -8,6 +8,7 @@
 #include "app/dump_collection.h"
 #include "app/info_file.h"
 #include "app/paths.h"
+#include "hardware/hardware_config.h"
 #include "platform/posix_helpers.h"
 #include "platform/print.h"
 
@@ -27,6 +28,9 @@ void WriteDump(const CrashInfo& record)
 int RunCollector()
 {
     try {
+        // First of all, before the lock: a device whose identity cannot be
+        // read ends the run without announcing one. Destroyed last.
+        HardwareConfig hardware;
         CompletionLock lock;
         const CrashInfo record = BuildCrashRecord();
         if (record.empty()) {

@@ -29,4 +29,13 @@ constexpr const char* kPreservedKernelLog = "/dev/lastkmsg";
 constexpr const char* kStagingDirectory = "/var/run/crash-dump/new";
 constexpr const char* kStagedInfo = "/var/run/crash-dump/new/info";
 
+// What the device says about itself in a dump: the running system's version
+// and image name, the console, the UBI volumes and the randomness for the
+// dump's salt.
+constexpr const char* kSystemVersion = "/etc/lumora-version";
+constexpr const char* kImageName = "/etc/lumora-image-name";
+constexpr const char* kConsole = "/dev/console";
+constexpr const char* kUbiDevice = "/sys/class/ubi/ubi0";
+constexpr const char* kRandom = "/dev/urandom";
+
 } // namespace paths

@@ -49,16 +49,41 @@ struct fmt::formatter<Unprintable> : fmt::formatter<int> {
 
 namespace {
 
+// A memory stream that is closed (and its buffer freed) on every path,
+// the throwing ones included.
+class MemoryStream {
+public:
+    MemoryStream() : m_stream(open_memstream(&m_buffer, &m_size)) {}
+    ~MemoryStream()
+    {
+        Close();
+        free(m_buffer);
+    }
+    std::FILE* get() const { return m_stream; }
+    std::string Text()
+    {
+        Close();
+        return std::string(m_buffer, m_size);
+    }
+
+private:
+    void Close()
+    {
+        if (m_stream != nullptr)
+            std::fclose(m_stream);
+        m_stream = nullptr;
+    }
+
+    char* m_buffer = nullptr;
+    size_t m_size = 0;
+    std::FILE* m_stream;
+};
+
 std::string PrintToString(const std::function<void(std::FILE*)>& print)
 {
-    char* buffer = nullptr;
-    size_t size = 0;
-    std::FILE* stream = open_memstream(&buffer, &size);
-    print(stream);
-    std::fclose(stream);
-    std::string text(buffer, size);
-    free(buffer);
-    return text;
+    MemoryStream stream;
+    print(stream.get());
+    return stream.Text();
 }
 
 TEST(PrintTest, FormatsStraightIntoTheStream)

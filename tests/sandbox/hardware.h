@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "device_root.h"
+
+namespace sandbox {
+
+// A raw NAND partition of a test device, as the kernel's MTD driver would
+// present it.
+struct MtdPartition {
+    std::string name;
+    std::string content; // the whole partition; its length is the partition size
+    uint32_t erase_size = 128 * 1024;
+    uint32_t write_size = 2048;
+    uint32_t oob_size = 64;
+    std::vector<uint32_t> bad_blocks = {};
+};
+
+// A partition of size bytes holding image as a flashing tool writes it: block
+// by block, stepping over the bad blocks, with erased flash after it.
+MtdPartition FlashedPartition(const std::string& name, const std::string& image, uint32_t size,
+                              std::vector<uint32_t> bad_blocks);
+
+// Adds the partition as the next /dev/mtdN with its geometry, lists it in
+// "/proc/mtd" and loads the fake MTD driver into the device's programs.
+void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);
+
+// A physical memory ("/dev/mem") holding the SoC's digital-program register
+// and boot mode register 2 at their addresses; everything else reads 0.
+void SetSiliconRegisters(const DeviceRoot& device, uint32_t digprog, uint32_t sbmr2);
+
+} // namespace sandbox
