@@ -14,17 +14,21 @@ target=scripts/target
 . "$target/tests/collector-cases.sh"
 
 started=$SECONDS
+# Logs, consoles and results stay for a look after a failure.
+logs=$PWD/build/target-tests
+rm -rf "$logs"
+mkdir -p "$logs"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 passed=0 failed=0
 check() { # name command...
     local name=$1; shift
-    if "$@" >"$work/check.log" 2>&1; then
+    if "$@" >"$logs/check.log" 2>&1; then
         passed=$((passed + 1)); echo "ok   $name"
     else
         failed=$((failed + 1)); echo "FAIL $name"
-        sed 's/^/     /' "$work/check.log"
+        sed 's/^/     /' "$logs/check.log"
     fi
 }
 
@@ -37,21 +41,22 @@ quiet() { # log command...
 }
 
 echo "== target: set-up"
-quiet "$work/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
-quiet "$work/board.log" "$target/build-board.sh" || die "build-board.sh failed"
+quiet "$logs/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
+quiet "$logs/board.log" "$target/build-board.sh" || die "build-board.sh failed"
 
 echo "== target: armhf build, unit tests under qemu-user"
-quiet "$work/armhf.log" cmake --preset armhf || die "configuring armhf failed"
-quiet "$work/armhf.log" cmake --build --preset armhf -j2 || die "building armhf failed"
+quiet "$logs/armhf.log" cmake --preset armhf || die "configuring armhf failed"
+quiet "$logs/armhf.log" cmake --build --preset armhf -j2 || die "building armhf failed"
 
 unit_tests_pass() {
-    ctest --preset armhf -j2 >"$work/ctest.log" 2>&1
+    ctest --preset armhf -j2 >"$logs/ctest.log" 2>&1
     local rc=$?
-    grep -E 'tests passed|\(Skipped\)|\(Failed\)|\(Timeout\)' "$work/ctest.log"
-    [ $rc -eq 0 ] || tail -n 60 "$work/ctest.log"
+    grep -E '\((Failed|Timeout|Not Run)\)' "$logs/ctest.log"
+    [ $rc -eq 0 ] || echo "their output: $logs/ctest.log"
     return $rc
 }
 check "armhf unit tests under qemu-user" unit_tests_pass
+grep -E 'tests passed|\(Skipped\)' "$logs/ctest.log" | sed 's/^/     /'
 
 # A device image is staged with --prefix; nothing may land outside it, and
 # what the unit names must be where it names it.
@@ -75,8 +80,8 @@ installs_into_device_image() {
 check "cmake --install stages sbin, the systemd unit and tmpfiles.d" installs_into_device_image
 
 echo "== target: static collector and flash images"
-quiet "$work/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
-quiet "$work/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
+quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
+quiet "$logs/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
     die "building the static collector failed"
 COLLECTOR=$work/crash-dump
 "$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/armhf-static/app/crash-dump || die "strip failed"
@@ -85,23 +90,22 @@ echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
     "static $(stat -c %s "$COLLECTOR") bytes"
 
 # The flash images come from the same builders as the host's system tests.
-quiet "$work/release.log" cmake --preset release || die "configuring release failed"
-quiet "$work/release.log" cmake --build --preset release -j2 --target device-images ||
+quiet "$logs/release.log" cmake --preset release || die "configuring release failed"
+quiet "$logs/release.log" cmake --build --preset release -j2 --target device-images ||
     die "building device-images failed"
 DEVICE_IMAGES=$PWD/build/release/tests/sandbox/device-images
 
 echo "== target: collector runs on the emulated board"
 boot_case() { # name
-    local dir=$work/$1
-    prepare_"$1" "$dir" >"$work/$1.prepare" 2>&1 || { echo "prepare failed" >"$work/$1.console"; return; }
-    "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
-        >>"$work/$1.prepare" 2>&1 || { echo "mk-initramfs failed" >"$work/$1.console"; return; }
-    local cause
+    local dir=$work/$1 cause
+    prepare_"$1" "$dir" >"$logs/$1.prepare" 2>&1 &&
+        "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
+            >>"$logs/$1.prepare" 2>&1 || return
     cause=$(cat "$dir/case/reset-cause")
     rm -rf "$dir"
     # Generous: a loaded host doubles the usual boot of a few seconds.
-    "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 >"$work/$1.console" 2>&1
-    echo $? >"$work/$1.rc"
+    "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 >"$logs/$1.console" 2>&1
+    echo $? >"$logs/$1.rc"
     rm -f "$work/$1.cpio"
 }
 
@@ -114,14 +118,18 @@ done
 wait
 
 case_passes() { # name
-    local results=$work/$1.results mismatches
-    tr -d '\r' <"$work/$1.console" |
+    local results=$logs/$1.results mismatches
+    if [ ! -f "$logs/$1.rc" ]; then
+        echo "preparing the boot failed:"
+        cat "$logs/$1.prepare"
+        return 1
+    fi
+    tr -d '\r' <"$logs/$1.console" |
         sed -n '/^==== crash-dump results begin ====$/,/^==== crash-dump results end ====$/p' |
         grep '^@@' >"$results"
-    if [ "$(cat "$work/$1.rc" 2>/dev/null)" != 0 ] || [ ! -s "$results" ]; then
-        echo "the board run failed (status $(cat "$work/$1.rc" 2>/dev/null || echo none)):"
-        cat "$work/$1.prepare" 2>/dev/null
-        tail -n 40 "$work/$1.console"
+    if [ "$(cat "$logs/$1.rc")" != 0 ] || [ ! -s "$results" ]; then
+        echo "the board run failed with status $(cat "$logs/$1.rc"); the console's end:"
+        tail -n 40 "$logs/$1.console"
         return 1
     fi
     mismatches=$(check_"$1" "$results")
@@ -131,9 +139,13 @@ case_passes() { # name
 }
 for name in "${COLLECTOR_CASES[@]}"; do
     check "board: $name" case_passes "$name"
-    [ -s "$work/$name.results" ] &&
-        echo "     the collector ran $(tagged "$work/$name.results" elapsed_ms) ms in the guest"
+    [ -s "$logs/$name.results" ] &&
+        echo "     the collector ran $(tagged "$logs/$name.results" elapsed_ms) ms in the guest"
 done
+
+# The board scripts' own tests: the host helpers, the smoke boot and the
+# board's status and timeout handling.
+check "the board scripts' own tests" "$target/tests/run-tests.sh"
 
 echo "target stage took $((SECONDS - started)) s"
 echo "$passed passed, $failed failed"

@@ -10,3 +10,6 @@ echo "== release build: unit and system tests"
 cmake --preset release >/dev/null
 cmake --build --preset release
 ctest --preset release -j2
+
+echo "== armhf: unit tests under qemu-user, the collector on the emulated board"
+scripts/target-tests.sh

@@ -11,6 +11,10 @@
  * ioctl then takes the place of the C library's. */
 
 #define _GNU_SOURCE
+/* 32-bit builds: without 64-bit file offsets, readdir() gives up on a
+ * directory whose entries carry 64-bit positions, as ext4 hands out to
+ * 64-bit kernels' callers (an armhf test under qemu-user is one). */
+#define _FILE_OFFSET_BITS 64
 
 #include <dirent.h>
 #include <dlfcn.h>
