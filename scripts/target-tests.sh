@@ -3,8 +3,7 @@
 # installation into a device image, and the static collector's runs on the
 # emulated i.MX6UL board, each checked from here. Set-up is idempotent and
 # cached under /var/cache/crash-dump-target; the first run downloads Debian's
-# armhf packages. Run as root (mknod and chroot on the board need nothing
-# here, but the set-up installs host packages).
+# armhf packages. Run as root: the set-up installs host packages.
 #
 # Usage: scripts/target-tests.sh
 set -uo pipefail
@@ -35,7 +34,7 @@ check() { # name command...
 # Runs a command quietly, showing its output only when it fails.
 quiet() { # log command...
     local log=$1; shift
-    "$@" >"$log" 2>&1 && return 0
+    "$@" >>"$log" 2>&1 && return 0
     tail -n 40 "$log" >&2
     return 1
 }
@@ -98,6 +97,7 @@ DEVICE_IMAGES=$PWD/build/release/tests/sandbox/device-images
 echo "== target: collector runs on the emulated board"
 boot_case() { # name
     local dir=$work/$1 cause
+    mkdir -p "$dir/case"
     prepare_"$1" "$dir" >"$logs/$1.prepare" 2>&1 &&
         "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
             >>"$logs/$1.prepare" 2>&1 || return
@@ -111,9 +111,8 @@ boot_case() { # name
 
 # Two boots at a time: one per core.
 for name in "${COLLECTOR_CASES[@]}"; do
-    mkdir -p "$work/$name/case"
     [ "$(jobs -rp | wc -l)" -lt 2 ] || wait -n
-    (boot_case "$name"; ) &
+    boot_case "$name" &
 done
 wait
 

@@ -50,8 +50,9 @@ seed_previous_run() { # dir core-bytes panic-flag trigger
     seed "$1" /etc/lumora-image-name $' signage-player-release\n'
 }
 
-# An ELF core header and a deterministic body: large enough to span several
-# bzip2 blocks' worth of input reads, small enough to boot quickly.
+# An ELF core header and a deterministic body that the host can check the
+# archived copy against: larger than one pipe's worth, small enough to keep the
+# initramfs quick to boot.
 core_image() { # bytes
     [ "$1" -gt 0 ] || return 0
     { printf '\177ELF\001\001\001\000'; seq 1 100000; } | head -c "$1"
@@ -75,9 +76,10 @@ Secure-boot: 0
 $2"
 }
 
-# Environment in the second erase block (the first is bad); the rescue image
-# spans a bad block, which the reader must step over.
-flash_with_bad_blocks() { # dir nvram-bad-blocks rescue-bad-blocks
+# nandsim with the given bad blocks (indices over the whole chip), the boot
+# loader environment in mtd0 and the rescue image in mtd1; nandwrite on the
+# board steps over bad blocks as the device's own writers do.
+flash_with_bad_blocks() { # dir bad-blocks
     local images=$1/case/images
     mkdir -p "$images"
     "$DEVICE_IMAGES" environment "$images/nvram.img" "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" || return 1
@@ -98,8 +100,9 @@ prepare_complete_dump() {
     seed_collector "$1"
     seed_previous_run "$1" 98304 0 0
     board_identity "$1" "SoC: i.MX6UL"
-    # nvram's block 0; rescue's block 1 (chip block 9), inside the image.
-    flash_with_bad_blocks "$1" 0,9
+    # nvram's block 0, so the environment sits in its second block; rescue's
+    # block 1 (chip block 9), inside the three blocks of the image.
+    flash_with_bad_blocks "$1" 0,9 || return
     echo 0x10 >"$1/case/reset-cause"
 }
 
@@ -117,7 +120,7 @@ prepare_clean_reset() {
     seed_collector "$1"
     seed_previous_run "$1" 0 0 $'0\n'
     board_identity "$1" "SoC: i.MX6UL"
-    flash_with_bad_blocks "$1" 0
+    flash_with_bad_blocks "$1" 0 || return
     echo 0x1 >"$1/case/reset-cause"
 }
 
@@ -177,6 +180,7 @@ check_complete_dump() {
         '^Reset causes: 0x10 watchdog_reset$' \
         '^Failed to read UBI list: .*/sys/class/ubi/ubi0/volumes_count' \
         '^Post-mortem crash dump generated\.$'
+    expect_equal "bad blocks" "$(listing "$r" bad-blocks)" "mtd0:1 mtd1:1 mtd2:0"
     expect_equal "lock directory" "$(listing "$r" lock)" "crash-dump-complete"
     expect_equal "staging directory" "$(listing "$r" staging)" ""
     expect_equal outputs "$(listing "$r" output)" "crash-dump.info crash-dump.ready crash-dump.tar.bz2"
