@@ -14,3 +14,8 @@ if(CRASH_DUMP_SANITIZE)
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${CRASH_DUMP_SANITIZE})
 endif()
+
+# 64-bit file offsets and inode numbers on the 32-bit target too: stat() and
+# lseek() on large files and on 64-bit file systems must not fail with
+# EOVERFLOW there.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
