@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include "device_root.h"
 
 namespace sandbox {
@@ -11,5 +14,9 @@ void PrepareCleanBoot(DeviceRoot& device);
 // A device that was reset by its watchdog after the player asserted: the
 // kernel kept a core image and its log.
 void PrepareCrashedDevice(DeviceRoot& device);
+
+// Bytes that compress to nothing and parse as nothing, the same on every call
+// (so that a failure repeats): what a worn flash or a wild write leaves.
+std::string RandomBytes(size_t size);
 
 } // namespace sandbox

@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -49,16 +51,37 @@ struct fmt::formatter<Unprintable> : fmt::formatter<int> {
 
 namespace {
 
+// A stream into memory that is released on every path, also when the print
+// under test throws.
+class MemoryStream {
+public:
+    MemoryStream() : m_stream(open_memstream(&m_buffer, &m_size)) {}
+    MemoryStream(const MemoryStream&) = delete;
+    MemoryStream& operator=(const MemoryStream&) = delete;
+    ~MemoryStream()
+    {
+        std::fclose(m_stream);
+        free(m_buffer);
+    }
+
+    std::FILE* get() const { return m_stream; }
+    std::string Text() const
+    {
+        std::fflush(m_stream);
+        return std::string(m_buffer, m_size);
+    }
+
+private:
+    char* m_buffer = nullptr;
+    size_t m_size = 0;
+    std::FILE* m_stream;
+};
+
 std::string PrintToString(const std::function<void(std::FILE*)>& print)
 {
-    char* buffer = nullptr;
-    size_t size = 0;
-    std::FILE* stream = open_memstream(&buffer, &size);
-    print(stream);
-    std::fclose(stream);
-    std::string text(buffer, size);
-    free(buffer);
-    return text;
+    const MemoryStream stream;
+    print(stream.get());
+    return stream.Text();
 }
 
 TEST(PrintTest, FormatsStraightIntoTheStream)
