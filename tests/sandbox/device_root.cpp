@@ -89,9 +89,23 @@ std::vector<std::string> UnderValgrind(const std::vector<std::string>& argv, con
     return checked;
 }
 
-// Every descriptor the collector opened is closed by the time it exits; the
-// three standard streams are its caller's.
-constexpr const char* kOnlyStandardStreams = "FILE DESCRIPTORS: 3 open (3 std) at exit.";
+// Every descriptor the collector opened is closed by the time it exits. The
+// checker lists each other one it finds open at exit ("==pid== Open file
+// descriptor 5: /dev/ltcore", "==pid== Open AF_UNIX socket ..."), its own log
+// file among them.
+bool LeftDescriptorsOpen(const std::string& log, const std::string& log_name)
+{
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t text = line.find("== ");
+        const bool open = text != std::string::npos && line.compare(text + 3, 5, "Open ") == 0;
+        const bool own_log = line.size() > log_name.size()
+            && line.compare(line.size() - log_name.size() - 1, std::string::npos, "/" + log_name) == 0;
+        if (open && !own_log)
+            return true;
+    }
+    return false;
+}
 
 std::string Slurp(const std::string& path)
 {
@@ -346,7 +360,7 @@ void DeviceRoot::Process::ReadToolLog(RunResult& result) const
         return;
     result.tool_log = Slurp(m_tool_log);
     fs::remove(m_tool_log);
-    if (result.exit_status >= 0 && result.tool_log.find(kOnlyStandardStreams) == std::string::npos)
+    if (result.exit_status >= 0 && LeftDescriptorsOpen(result.tool_log, fs::path(m_tool_log).filename()))
         result.exit_status = kToolFindingStatus;
 }
 

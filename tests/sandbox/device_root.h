@@ -32,6 +32,8 @@ constexpr const char* kValgrindSwitch = "CRASH_DUMP_SANDBOX_VALGRIND";
 // A synthetic device: a directory tree that becomes "/" for the collector,
 // with fake /proc, /sys, /dev, /etc and /var files and the host's /usr bound
 // read-only so that the shell and the tools the dump script runs are there.
+// Only the program's own entries, /proc/self and /proc/<its pid>, are the
+// host's (read-only), as the memory checker and the sanitizers need them.
 // The collector runs unmodified inside a private mount namespace and chroot;
 // running needs root.
 class DeviceRoot {

@@ -13,17 +13,17 @@
 #include <thread>
 #include <vector>
 
+#include "device_files.h"
 #include "device_root.h"
 #include "scenarios.h"
 
 namespace {
 
+using namespace sandbox::device_files;
 using ::testing::AnyOf;
 using ::testing::Eq;
 using ::testing::StartsWith;
 
-constexpr const char* kNoDump = "No post-mortem crash dump available.\n";
-constexpr const char* kDump = "Post-mortem crash dump generated.\n";
 constexpr const char* kCaught = "crash-dump caught exception";
 
 // The last line of a run's standard error.

@@ -9,24 +9,17 @@
 #include <sstream>
 #include <string>
 
+#include "device_files.h"
 #include "device_root.h"
 #include "scenarios.h"
 
 namespace {
 
+using namespace sandbox::device_files;
 using sandbox::RunResult;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
-constexpr const char* kCoreImage = "/dev/ltcore";
-constexpr const char* kPanicFlag = "/proc/panic_flag";
-constexpr const char* kTrigger = "/sys/class/mem/lastkmsg/trigger_dump";
-constexpr const char* kKernelLog = "/dev/lastkmsg";
-constexpr const char* kResetCauses = "/proc/device-tree/lumora/bootloader/imx-reset-cause";
-constexpr const char* kNoDump = "No post-mortem crash dump available.\n";
-constexpr const char* kDump = "Post-mortem crash dump generated.\n";
 
 using Info = std::map<std::string, std::string>;
 

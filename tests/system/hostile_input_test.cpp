@@ -18,16 +18,16 @@
 #include <sstream>
 #include <string>
 
+#include "device_files.h"
 #include "device_root.h"
 #include "scenarios.h"
 
 namespace {
 
+using namespace sandbox::device_files;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr const char* kNoDump = "No post-mortem crash dump available.\n";
-constexpr const char* kDump = "Post-mortem crash dump generated.\n";
 constexpr size_t kHugeSize = 4 << 20;
 
 enum class Damage { kMissing, kEmpty, kTruncated, kDirectory, kRandomBytes, kLongLine };

@@ -19,21 +19,15 @@
 #include <thread>
 #include <vector>
 
+#include "device_files.h"
 #include "device_root.h"
 #include "scenarios.h"
 
 namespace {
 
+using namespace sandbox::device_files;
 using ::testing::EndsWith;
 using ::testing::IsSupersetOf;
-
-constexpr const char* kOutputDirectory = "/var/lib/lumora/crash-dump";
-constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2";
-constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
-constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";
-constexpr const char* kStaging = "/var/run/crash-dump/new";
-constexpr const char* kCoreImage = "/dev/ltcore";
-constexpr const char* kDump = "Post-mortem crash dump generated.\n";
 
 struct OutputFault {
     const char* name;
