@@ -1,11 +1,12 @@
 // The preserved kernel log holds whatever the crashed programs printed: any
 // bytes, any line lengths, records cut off by the reset. Besides surviving
-// it, the classification must keep three promises that hold for every input:
+// it, the classification must keep these promises for every input:
 //  - it depends only on the bytes, not on how the device hands them over;
 //  - lines are independent: a log classifies as its two halves would,
 //    combined by the keys' store modes;
-//  - every value is text of the log (printable, the process name without
-//    white space), except the flag "forced", which is "1".
+//  - every key but "assert" is what a plain reading of the simple patterns
+//    (a literal right after the header, then a capture) gives;
+//  - an "assert" value is printable text of the log.
 
 #include <algorithm>
 #include <cstddef>
@@ -76,17 +77,66 @@ bool IsPrintable(char c)
     return c >= '\x20' && c <= '\x7e';
 }
 
-bool ValueFitsKey(const std::string& key, const std::string& value, std::string_view text)
+constexpr std::string_view kBareAssertion = "ASSERT Executing ";
+constexpr std::string_view kForced = "Requesting crash at web user request.";
+
+struct SimplePattern {
+    std::string_view literal;
+    const char* key;
+    bool first_wins;
+    bool stops_at_space; // a word rather than the rest of the line
+};
+
+const SimplePattern kSimplePatterns[] = {
+    {"Process ", "process", false, true},
+    {"LMPLAY: ", "lmplay", false, false},
+    {"ScriptHash: ", "script_hash", false, false},
+    {"ScriptName: ", "script_name", false, false},
+    {"ScriptRuntimeError: ", "script_runtime_error", true, false},
+    {"ScriptLoadError: ", "script_load_error", true, false},
+};
+
+// One line as the simple patterns read it. The header is at least one byte up
+// to the first ";". A bare assertion at the start of the line takes the line
+// for itself, unless the process pattern, tried before it, matches.
+void ReadSimplePatterns(std::string_view line, CrashInfo& expected)
 {
-    static const std::set<std::string> kKeys = {"process", "assert", "lmplay", "script_hash", "script_name",
-                                                "script_runtime_error", "script_load_error"};
-    if (key == "forced")
-        return value == "1";
-    if (kKeys.count(key) == 0 || !std::all_of(value.begin(), value.end(), IsPrintable))
-        return false;
-    if (key == "process" && value.find(' ') != std::string::npos)
-        return false;
-    return text.find(value) != std::string_view::npos;
+    const size_t header_end = line.find(';');
+    if (header_end == std::string_view::npos || header_end == 0)
+        return;
+    const std::string_view message = line.substr(header_end + 1);
+    const bool bare_assertion = line.substr(0, kBareAssertion.size()) == kBareAssertion;
+    for (const SimplePattern& pattern : kSimplePatterns) {
+        if (message.substr(0, pattern.literal.size()) != pattern.literal)
+            continue;
+        if (bare_assertion && pattern.key != std::string_view("process"))
+            return;
+        std::string_view capture = message.substr(pattern.literal.size());
+        const auto end = std::find_if(capture.begin(), capture.end(), [&](char c) {
+            return !IsPrintable(c) || (pattern.stops_at_space && c == ' ');
+        });
+        capture = capture.substr(0, static_cast<size_t>(end - capture.begin()));
+        if (pattern.first_wins)
+            expected.emplace(pattern.key, capture);
+        else
+            expected[pattern.key] = capture;
+        return;
+    }
+    if (!bare_assertion && message.substr(0, kForced.size()) == kForced)
+        expected["forced"] = "1";
+}
+
+// Lines as a line-by-line reader sees them: a final line without a line end
+// counts, an empty remainder after the last line end does not.
+CrashInfo SimplePatternKeys(std::string_view text)
+{
+    CrashInfo expected;
+    while (!text.empty()) {
+        const size_t end = std::min(text.find('\n'), text.size());
+        ReadSimplePatterns(text.substr(0, end), expected);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return expected;
 }
 
 // The line end nearest the middle, so both halves are whole lines.
@@ -111,9 +161,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (Combine(Classify(text.substr(0, split)), Classify(text.substr(split))) != whole)
         std::abort();
 
-    for (const auto& [key, value] : whole) {
-        if (!ValueFitsKey(key, value, text))
+    CrashInfo others = whole;
+    const auto assertion = others.find("assert");
+    if (assertion != others.end()) {
+        const std::string& value = assertion->second;
+        if (!std::all_of(value.begin(), value.end(), IsPrintable) || text.find(value) == std::string_view::npos)
             std::abort();
+        others.erase(assertion);
     }
+    if (others != SimplePatternKeys(text))
+        std::abort();
     return 0;
 }

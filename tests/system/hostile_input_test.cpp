@@ -167,6 +167,9 @@ void Prepare(sandbox::DeviceRoot& device, Device kind)
 void Apply(sandbox::DeviceRoot& device, const std::string& path, Damage damage)
 {
     const std::string intact = device.Exists(path) ? device.ReadFile(path) : "";
+    // An input the sandbox binds from the host ("/dev/urandom") is damaged in
+    // its place.
+    device.UnbindHostFile(path);
     device.Remove(path);
     switch (damage) {
     case Damage::kMissing:
