@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -79,6 +80,59 @@ std::string OwnName()
     return name;
 }
 
+// The collector's own /proc entries, from the host: on a device they are
+// there, and the memory checker and the sanitizers' runtimes need them (the
+// process's maps, its executable, the task list that the leak checker walks).
+// Everything else under /proc stays the device's.
+void BindOwnProcEntries(const std::string& root)
+{
+    const std::string own = "/proc/" + std::to_string(getpid());
+    for (const std::string& inside : {std::string("/proc/self"), own}) {
+        const std::string target = root + inside;
+        if (mkdir(target.c_str(), 0555) != 0 && errno != EEXIST)
+            Die(("mkdir " + target).c_str());
+        BindMount(own, target, true);
+    }
+}
+
+// Under the memory checker, the collector's run is the checker's: a finding
+// makes it exit with the finding status, and its log goes to a file of the
+// device, off the collector's standard error.
+std::vector<std::string> UnderValgrind(const std::vector<std::string>& argv, const std::string& log_inside)
+{
+    std::vector<std::string> checked = {
+        "/usr/bin/valgrind",
+        "--error-exitcode=" + std::to_string(kToolFindingStatus),
+        "--leak-check=full",
+        "--show-leak-kinds=definite,indirect,possible",
+        "--errors-for-leak-kinds=definite,indirect,possible",
+        "--track-fds=yes",
+        "--child-silent-after-fork=yes",
+        "--vgdb=no",
+        "--log-file=" + log_inside,
+    };
+    checked.insert(checked.end(), argv.begin(), argv.end());
+    return checked;
+}
+
+// Every descriptor the collector opened is closed by the time it exits. The
+// checker lists each other one it finds open at exit ("==pid== Open file
+// descriptor 5: /dev/ltcore", "==pid== Open AF_UNIX socket ..."), its own log
+// file among them.
+bool LeftDescriptorsOpen(const std::string& log, const std::string& log_name)
+{
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t text = line.find("== ");
+        const bool open = text != std::string::npos && line.compare(text + 3, 5, "Open ") == 0;
+        const bool own_log = line.size() > log_name.size()
+            && line.compare(line.size() - log_name.size() - 1, std::string::npos, "/" + log_name) == 0;
+        if (open && !own_log)
+            return true;
+    }
+    return false;
+}
+
 std::string Slurp(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -118,6 +172,8 @@ DeviceRoot::DeviceRoot()
 
 DeviceRoot::~DeviceRoot()
 {
+    for (const std::string& mount_point : m_tmpfs)
+        umount2(mount_point.c_str(), MNT_DETACH);
     std::error_code ignored;
     fs::remove_all(m_base, ignored);
 }
@@ -187,6 +243,27 @@ void DeviceRoot::Preload(const std::string& host_library)
     WriteFile("/etc/ld.so.preload", inside + "\n");
 }
 
+void DeviceRoot::MountTmpfs(std::string_view inside, size_t bytes)
+{
+    // Private, so that the mount neither reaches the host's other processes
+    // nor outlives this one.
+    if (!m_private_mounts) {
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            throw std::system_error(errno, std::generic_category(), "private mount namespace");
+        m_private_mounts = true;
+    }
+    MakeDirectory(inside);
+    const std::string options = "size=" + std::to_string(bytes) + ",mode=0755";
+    if (mount("tmpfs", Path(inside).c_str(), "tmpfs", 0, options.c_str()) != 0)
+        throw std::system_error(errno, std::generic_category(), "mount tmpfs on " + Path(inside));
+    m_tmpfs.push_back(Path(inside));
+}
+
+void DeviceRoot::MakeReadOnly(std::string_view inside)
+{
+    m_read_only.emplace_back(inside);
+}
+
 void DeviceRoot::SetResetCauses(uint32_t causes) const
 {
     const char cell[4] = {static_cast<char>(causes >> 24), static_cast<char>(causes >> 16),
@@ -197,14 +274,31 @@ void DeviceRoot::SetResetCauses(uint32_t causes) const
 DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) const
 {
     // Each run keeps its own output files, so runs may overlap.
-    const std::string output_directory = m_base + "/run." + std::to_string(++m_runs);
+    const std::string run = std::to_string(++m_runs);
+    const std::string output_directory = m_base + "/run." + run;
     fs::create_directory(output_directory);
+
+    const bool checked = argv.front() == kCollector && std::getenv(kValgrindSwitch) != nullptr;
+    const std::string tool_log = checked ? "/tmp/valgrind." + run + ".log" : "";
+    const std::vector<std::string> command = checked ? UnderValgrind(argv, tool_log) : argv;
+
     pid_t pid = fork();
     if (pid < 0)
         throw std::system_error(errno, std::generic_category(), "fork");
     if (pid == 0)
-        EnterAndExec(argv, output_directory);
-    return Process(pid, output_directory);
+        EnterAndExec(command, output_directory);
+    return Process(pid, output_directory, checked ? Path(tool_log) : "");
+}
+
+void DeviceRoot::MountDevice() const
+{
+    BindMount("/usr", Path("/usr"), true);
+    BindMount(m_program, Path(kCollector), true);
+    for (const Bind& bind : m_binds)
+        BindMount(bind.host, Path(bind.inside), false);
+    BindOwnProcEntries(m_root);
+    for (const std::string& inside : m_read_only)
+        BindMount(Path(inside), Path(inside), true);
 }
 
 void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const
@@ -215,14 +309,13 @@ void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::s
     if (null_fd < 0 || out_fd < 0 || err_fd < 0)
         Die("open output files");
 
+    if (setsid() < 0)
+        Die("setsid");
     if (unshare(CLONE_NEWNS) != 0)
         Die("unshare");
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         Die("make mounts private");
-    BindMount("/usr", Path("/usr"), true);
-    BindMount(m_program, Path(kCollector), true);
-    for (const Bind& bind : m_binds)
-        BindMount(bind.host, Path(bind.inside), false);
+    MountDevice();
 
     if (chroot(m_root.c_str()) != 0 || chdir("/") != 0)
         Die("chroot");
@@ -237,19 +330,33 @@ void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::s
         args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
     char path[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
+#ifdef CRASH_DUMP_SANITIZED
+    // A sanitizer's finding must not pass for one of the collector's own
+    // statuses (AddressSanitizer's default is 1).
+    char address[] = "ASAN_OPTIONS=exitcode=99";
+    char undefined[] = "UBSAN_OPTIONS=exitcode=99:print_stacktrace=1";
+    char thread[] = "TSAN_OPTIONS=exitcode=99";
+    static_assert(kToolFindingStatus == 99);
+    char* environment[] = {path, address, undefined, thread, nullptr};
+#else
     char* environment[] = {path, nullptr};
+#endif
     execve(args[0], args.data(), environment);
     Die("execve");
 }
 
-DeviceRoot::Process::Process(pid_t pid, std::string output_directory)
-    : m_pid(pid), m_output_directory(std::move(output_directory)), m_started(std::chrono::steady_clock::now())
+DeviceRoot::Process::Process(pid_t pid, std::string output_directory, std::string tool_log)
+    : m_pid(pid),
+      m_output_directory(std::move(output_directory)),
+      m_tool_log(std::move(tool_log)),
+      m_started(std::chrono::steady_clock::now())
 {
 }
 
 DeviceRoot::Process::Process(Process&& other) noexcept
     : m_pid(std::exchange(other.m_pid, 0)),
       m_output_directory(std::move(other.m_output_directory)),
+      m_tool_log(std::move(other.m_tool_log)),
       m_started(other.m_started)
 {
 }
@@ -257,9 +364,30 @@ DeviceRoot::Process::Process(Process&& other) noexcept
 DeviceRoot::Process::~Process()
 {
     if (m_pid > 0) {
-        kill(m_pid, SIGKILL);
+        Kill(SIGKILL);
         waitpid(m_pid, nullptr, 0);
     }
+}
+
+void DeviceRoot::Process::Kill(int signal) const
+{
+    // Once waited for, the id may be anyone's; 0 would be our own group.
+    if (m_pid <= 0)
+        return;
+    // The session's process group has the leader's id; the leader itself may
+    // not have called setsid yet.
+    kill(-m_pid, signal);
+    kill(m_pid, signal);
+}
+
+void DeviceRoot::Process::ReadToolLog(RunResult& result) const
+{
+    if (m_tool_log.empty())
+        return;
+    result.tool_log = Slurp(m_tool_log);
+    fs::remove(m_tool_log);
+    if (result.exit_status >= 0 && LeftDescriptorsOpen(result.tool_log, fs::path(m_tool_log).filename()))
+        result.exit_status = kToolFindingStatus;
 }
 
 RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
@@ -277,7 +405,7 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
         if (done < 0)
             throw std::system_error(errno, std::generic_category(), "wait4");
         if (std::chrono::steady_clock::now() > deadline)
-            kill(m_pid, SIGKILL);
+            Kill(SIGKILL);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     m_pid = 0;
@@ -289,6 +417,12 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
         result.signal = WTERMSIG(status);
     result.standard_error = Slurp(m_output_directory + "/stderr");
     result.standard_output = Slurp(m_output_directory + "/stdout");
+    ReadToolLog(result);
+    // Shown with the failing test's output: the finding is the news, not the
+    // status the test then trips over.
+    if (result.exit_status == kToolFindingStatus)
+        std::fprintf(stderr, "sandbox: findings of the checked run:\n%s\n",
+                     (result.tool_log.empty() ? result.standard_error : result.tool_log).c_str());
     return result;
 }
 

@@ -22,11 +22,23 @@ struct RunResult {
     // Peak resident memory of the started program alone, sampled from the
     // kernel's high-water mark while it ran; 0 if it ended before a sample.
     long own_peak_kib = 0;
+    std::string tool_log;   // the memory checker's log, when the run was checked
 };
+
+// Exit status of a run in which the memory checker or a sanitizer found an
+// error, a leak or a descriptor left open; distinct from the collector's own
+// statuses 0 and 1, so that no test mistakes a finding for an outcome.
+constexpr int kToolFindingStatus = 99;
+
+// Set in the environment of the test (not of the collector), this runs every
+// start of the collector under the memory checker.
+constexpr const char* kValgrindSwitch = "CRASH_DUMP_SANDBOX_VALGRIND";
 
 // A synthetic device: a directory tree that becomes "/" for the collector,
 // with fake /proc, /sys, /dev, /etc and /var files and the host's /usr bound
 // read-only so that the shell and the tools the dump script runs are there.
+// Only the program's own entries, /proc/self and /proc/<its pid>, are the
+// host's (read-only), as the memory checker and the sanitizers need them.
 // The collector runs unmodified inside a private mount namespace and chroot;
 // running needs root.
 class DeviceRoot {
@@ -54,23 +66,40 @@ public:
     // device, through the dynamic loader's own preload file.
     void Preload(const std::string& host_library);
 
+    // Puts a tmpfs of the given size over a directory of the device, as a
+    // small data partition would be. It is mounted in a private mount
+    // namespace of the calling process, so that runs write into it and the
+    // test sees what they left; it lasts as long as this object.
+    void MountTmpfs(std::string_view inside, size_t bytes);
+
+    // Makes a directory of the device read-only for the runs; the test can
+    // still change it between runs.
+    void MakeReadOnly(std::string_view inside);
+
     // The boot loader's record of the reset causes, a big-endian cell in the
     // device tree.
     void SetResetCauses(uint32_t causes) const;
 
+    // A started program. It leads a session of its own, as a service does
+    // on the device, so that it can be killed together with its children.
     class Process {
     public:
-        Process(pid_t pid, std::string output_directory);
+        Process(pid_t pid, std::string output_directory, std::string tool_log);
         Process(Process&& other) noexcept;
         Process& operator=(Process&&) = delete;
         ~Process();
         // Waits for the collector; after the timeout it is killed and the
         // result shows the signal.
         RunResult Wait(std::chrono::seconds timeout = std::chrono::seconds(120));
+        // Sends a signal to the program and everything it started.
+        void Kill(int signal) const;
 
     private:
+        void ReadToolLog(RunResult& result) const;
+
         pid_t m_pid;
         std::string m_output_directory;
+        std::string m_tool_log; // host path of the memory checker's log, or empty
         std::chrono::steady_clock::time_point m_started;
     };
 
@@ -91,11 +120,15 @@ private:
     };
 
     [[noreturn]] void EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const;
+    void MountDevice() const;
 
     std::string m_base;
     std::string m_root;
     std::string m_program;
     std::vector<Bind> m_binds;
+    std::vector<std::string> m_read_only;
+    std::vector<std::string> m_tmpfs;   // host paths, unmounted on destruction
+    bool m_private_mounts = false;
     mutable unsigned m_runs = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "scenarios.h"
 
+#include <random>
 #include <string>
 
 #include "hardware.h"
@@ -21,6 +22,10 @@ constexpr const char* kCrashedKernelLog =
     "6,1025,9012100,-;Process player (pid: 812, stack limit = 0xc2a00000)\n"
     "0,1026,9514000,-;watchdog: watchdog0: watchdog did not stop!\n";
 
+// What the boot loader passes to a player's kernel.
+constexpr const char* kCommandLine =
+    "console=ttymxc0,115200 ubi.mtd=flash0.ubi root=ubi0:rootfs rootfstype=ubifs ro quiet\n";
+
 constexpr uint32_t kEraseSize = 128 * 1024;
 
 // What the kernel's board file says on a production player. Values are
@@ -38,6 +43,7 @@ constexpr const char* kBoardId =
 // manufacturing record that the factory programmed.
 void PrepareIdentity(DeviceRoot& device)
 {
+    device.WriteFile("/proc/cmdline", kCommandLine);
     device.WriteFile("/proc/boardid", kBoardId, 0444);
     AddMtdPartition(device, {"flash0.bolt", std::string(8 * kEraseSize, '\xff')});
     const std::string environment = UbootEnvironmentImage(
@@ -94,6 +100,15 @@ void PrepareCrashedDevice(DeviceRoot& device)
     device.WriteFile("/dev/lastkmsg", kCrashedKernelLog);
     device.WriteFile("/proc/panic_flag", "0");
     device.WriteFile("/sys/class/mem/lastkmsg/trigger_dump", "0\n");
+}
+
+std::string RandomBytes(size_t size)
+{
+    std::mt19937 engine(7);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(engine());
+    return bytes;
 }
 
 } // namespace sandbox

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include "device_root.h"
 
 namespace sandbox {
@@ -20,5 +23,9 @@ void PrepareCrashedDevice(DeviceRoot& device);
 constexpr const char* kRescueVersion = "4.9.337-lumora-rescue-2.3";
 constexpr const char* kSystemVersion = "9.0.112";
 constexpr const char* kImageName = "signage-player-release";
+
+// Bytes that compress to nothing and parse as nothing, the same on every call
+// (so that a failure repeats): what a worn flash or a wild write leaves.
+std::string RandomBytes(size_t size);
 
 } // namespace sandbox

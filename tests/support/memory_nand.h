@@ -12,9 +12,11 @@ namespace test_support {
 // A NAND partition in memory: erased blocks read 0xff, bad blocks are a set of
 // block indexes, and every transfer is counted so tests can tell how much of
 // the partition a reader touched.
-class MemoryNand final : public NandAccess {
+class MemoryNand : public NandAccess {
 public:
     MemoryNand(uint32_t erase_size, uint32_t blocks, uint32_t write_size = 2048, uint32_t oob_size = 64);
+    // Tests derive variants that misbehave; those are destroyed through this.
+    virtual ~MemoryNand() = default;
 
     static std::shared_ptr<MemoryNand> Make(uint32_t erase_size, uint32_t blocks)
     {

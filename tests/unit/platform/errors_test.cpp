@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -49,31 +51,27 @@ struct fmt::formatter<Unprintable> : fmt::formatter<int> {
 
 namespace {
 
-// A memory stream that is closed (and its buffer freed) on every path,
-// the throwing ones included.
+// A stream into memory that is released on every path, also when the print
+// under test throws.
 class MemoryStream {
 public:
     MemoryStream() : m_stream(open_memstream(&m_buffer, &m_size)) {}
+    MemoryStream(const MemoryStream&) = delete;
+    MemoryStream& operator=(const MemoryStream&) = delete;
     ~MemoryStream()
     {
-        Close();
+        std::fclose(m_stream);
         free(m_buffer);
     }
+
     std::FILE* get() const { return m_stream; }
-    std::string Text()
+    std::string Text() const
     {
-        Close();
+        std::fflush(m_stream);
         return std::string(m_buffer, m_size);
     }
 
 private:
-    void Close()
-    {
-        if (m_stream != nullptr)
-            std::fclose(m_stream);
-        m_stream = nullptr;
-    }
-
     char* m_buffer = nullptr;
     size_t m_size = 0;
     std::FILE* m_stream;
@@ -81,7 +79,7 @@ private:
 
 std::string PrintToString(const std::function<void(std::FILE*)>& print)
 {
-    MemoryStream stream;
+    const MemoryStream stream;
     print(stream.get());
     return stream.Text();
 }

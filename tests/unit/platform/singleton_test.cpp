@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
+#include <thread>
+#include <vector>
 
 #include "kernel_log.h"
 #include "platform/singleton.h"
@@ -58,6 +61,34 @@ TEST(AutoCreateSingletonTest, MakesOneInstanceOnFirstUse)
     AutoMade& second = tessel::AutoCreateSingleton<AutoMade>::GetInstance();
     EXPECT_EQ(&first, &second);
     EXPECT_EQ(Counted::constructed, 1);
+}
+
+struct RacedFor : tessel::AutoCreateSingleton<RacedFor> {
+    RacedFor() { ++constructed; }
+    static inline std::atomic<int> constructed = 0;
+};
+
+// Threads that ask at the same moment: one constructs, all get that one.
+TEST(AutoCreateSingletonThreadsTest, FirstUseFromManyThreadsMakesOneInstance)
+{
+    constexpr size_t kThreads = 8;
+    std::atomic<bool> start = false;
+    std::vector<RacedFor*> seen(kThreads);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            while (!start)
+                std::this_thread::yield();
+            seen[i] = &tessel::AutoCreateSingleton<RacedFor>::GetInstance();
+        });
+    }
+    start = true;
+    for (std::thread& thread : threads)
+        thread.join();
+
+    EXPECT_EQ(RacedFor::constructed, 1);
+    for (RacedFor* instance : seen)
+        EXPECT_EQ(instance, seen.front());
 }
 
 } // namespace

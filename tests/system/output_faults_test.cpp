@@ -1,0 +1,165 @@
+// Where the collector writes: the lock directory and the output directory,
+// read-only, full or unable to sync, and a run cut off in the middle of a
+// dump. A ready marker must only ever stand beside a dump the run counted as
+// written, and nothing a cut-off run leaves may stop the next boot's run.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "device_files.h"
+#include "device_root.h"
+#include "scenarios.h"
+
+namespace {
+
+using namespace sandbox::device_files;
+using ::testing::EndsWith;
+using ::testing::IsSupersetOf;
+
+struct OutputFault {
+    const char* name;
+    void (*apply)(sandbox::DeviceRoot&);
+    int status;
+    const char* final_line;
+    bool info;  // whether the info file has content afterwards
+    bool ready; // whether the ready marker exists afterwards
+};
+
+const OutputFault kOutputFaults[] = {
+    {"read_only_lock_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly("/var/lock"); }, 1,
+     "crash-dump caught exception: /var/lock/crash-dump-complete.tmp: Read-only file system (30)\n", false, false},
+    {"read_only_output_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly(kOutputDirectory); }, 1,
+     "crash-dump caught exception: /var/lib/lumora/crash-dump/crash-dump.ready: Read-only file system (30)\n",
+     false, false},
+    // The info file fails silently; the marker needs no space.
+    {"output_directory_full",
+     [](sandbox::DeviceRoot& device) {
+         device.MountTmpfs(kOutputDirectory, 4096);
+         device.WriteFile(std::string(kOutputDirectory) + "/filler", std::string(4096, 'x'));
+     },
+     0, kDump, false, true},
+    // A marker that cannot be synced is as durable as it will get.
+    {"marker_cannot_be_synced", [](sandbox::DeviceRoot& device) { device.BindHostFile("/dev/null", kReadyMarker); },
+     0, kDump, true, true},
+};
+
+std::string CaseName(const ::testing::TestParamInfo<OutputFault>& info)
+{
+    return info.param.name;
+}
+
+class OutputFaultTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "the device sandbox needs root";
+        sandbox::PrepareCrashedDevice(m_device);
+    }
+
+    sandbox::DeviceRoot m_device;
+};
+
+class OutputFaultTableTest : public OutputFaultTest, public ::testing::WithParamInterface<OutputFault> {};
+
+TEST_P(OutputFaultTableTest, EndsWithTheDocumentedOutcome)
+{
+    const OutputFault& fault = GetParam();
+    fault.apply(m_device);
+
+    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
+
+    ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
+    EXPECT_EQ(result.exit_status, fault.status) << result.standard_error;
+    EXPECT_THAT(result.standard_error, EndsWith(fault.final_line));
+    EXPECT_EQ(m_device.Exists(kInfoFile) && !m_device.ReadFile(kInfoFile).empty(), fault.info);
+    EXPECT_EQ(m_device.Exists(kReadyMarker), fault.ready);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTableTest, ::testing::ValuesIn(kOutputFaults), CaseName);
+
+bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+// The archive's members as the system's tar lists them.
+std::vector<std::string> ArchiveMembers(const std::string& archive)
+{
+    std::vector<std::string> members;
+    const std::string command = "tar -tjf '" + archive + "' 2>/dev/null";
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> listing(popen(command.c_str(), "r"), &pclose);
+    char line[4096];
+    while (listing && std::fgets(line, sizeof line, listing.get()) != nullptr)
+        members.emplace_back(line, std::strcspn(line, "\n"));
+    return members;
+}
+
+// The script's failure is not the collector's: whatever reached the storage
+// is announced as the dump.
+TEST_F(OutputFaultTest, OutputFillingUpDuringTheArchiveStillCountsAsCollected)
+{
+    m_device.MountTmpfs(kOutputDirectory, 64 << 10);
+    // Incompressible and many times the space: tar fails part way.
+    m_device.WriteFile(kCoreImage, sandbox::RandomBytes(1 << 20));
+
+    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
+
+    ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
+    EXPECT_EQ(result.exit_status, 0) << result.standard_error;
+    EXPECT_THAT(result.standard_error, EndsWith(kDump));
+    EXPECT_TRUE(m_device.Exists(kReadyMarker));
+    EXPECT_FALSE(m_device.Exists(kStaging));
+}
+
+// A run cut off while packing leaves no ready marker, and its staging
+// directory goes with the volatile /var/run at the next boot.
+TEST_F(OutputFaultTest, RunKilledMidDumpDoesNotStopTheNextBoot)
+{
+    // A core image that never ends: the dump script blocks reading it.
+    m_device.Remove(kCoreImage);
+    ASSERT_EQ(mkfifo(m_device.Path(kCoreImage).c_str(), 0600), 0);
+
+    sandbox::DeviceRoot::Process run = m_device.Start();
+    ASSERT_TRUE(WaitFor([&] { return m_device.Exists(std::string(kStaging) + "/info"); }, std::chrono::seconds(60)));
+    run.Kill(SIGKILL);
+    EXPECT_EQ(run.Wait().signal, SIGKILL);
+    EXPECT_FALSE(m_device.Exists(kReadyMarker));
+
+    // The next boot: /var/run is volatile, and the system image makes its
+    // directory again.
+    m_device.Remove("/var/run");
+    m_device.MakeDirectory("/var/run/crash-dump");
+    m_device.Remove(kCoreImage);
+    m_device.WriteFile(kCoreImage, "\x7f" "ELF core image of the crashed kernel\n");
+
+    const sandbox::RunResult next = m_device.Run();
+
+    EXPECT_EQ(next.exit_status, 0) << next.standard_error;
+    EXPECT_THAT(next.standard_error, EndsWith(kDump));
+    EXPECT_TRUE(m_device.Exists(kInfoFile));
+    EXPECT_TRUE(m_device.Exists(kReadyMarker));
+    EXPECT_THAT(ArchiveMembers(m_device.Path(kArchive)),
+                IsSupersetOf({"./info", "./ltcore", "./dmesg", "./lastkmsg"}));
+}
+
+} // namespace
