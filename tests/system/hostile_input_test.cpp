@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cctype>
 #include <chrono>
@@ -21,6 +20,7 @@
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "environment_image.h"
 #include "fit_image.h"
 #include "hardware.h"
@@ -446,16 +446,7 @@ std::string CaseName(const ::testing::TestParamInfo<HostileInput>& info)
     return name;
 }
 
-class HostileInputTest : public ::testing::TestWithParam<HostileInput> {
-protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-    }
-
-    sandbox::DeviceRoot m_device;
-};
+class HostileInputTest : public sandbox::SandboxTest, public ::testing::WithParamInterface<HostileInput> {};
 
 TEST_P(HostileInputTest, EndsWithTheDocumentedOutcome)
 {
