@@ -332,8 +332,10 @@ void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::s
     char path[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
 #ifdef CRASH_DUMP_SANITIZED
     // A sanitizer's finding must not pass for one of the collector's own
-    // statuses (AddressSanitizer's default is 1).
-    char address[] = "ASAN_OPTIONS=exitcode=99";
+    // statuses (AddressSanitizer's default is 1). The fake MTD driver comes
+    // through the loader's preload file, ahead of the sanitizer's runtime;
+    // it only forwards ioctl and allocates nothing, so that order is safe.
+    char address[] = "ASAN_OPTIONS=exitcode=99:verify_asan_link_order=0";
     char undefined[] = "UBSAN_OPTIONS=exitcode=99:print_stacktrace=1";
     char thread[] = "TSAN_OPTIONS=exitcode=99";
     static_assert(kToolFindingStatus == 99);
