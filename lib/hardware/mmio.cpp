@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -12,6 +13,15 @@ namespace {
 
 constexpr const char* kPhysicalMemory = "/dev/mem";
 
+// A mapping that reaches past the end of a regular file maps without error,
+// and the first register read then kills the process with SIGBUS. The memory
+// device itself has no end to check; an image standing in for it does.
+bool EndsBefore(int fd, uint64_t end)
+{
+    struct stat status {};
+    return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) < end;
+}
+
 } // namespace
 
 Mmio::Mmio(uint32_t physical_offset, uint32_t length)
@@ -19,6 +29,8 @@ Mmio::Mmio(uint32_t physical_offset, uint32_t length)
 {
     if (!m_fd.valid())
         throw ErrnoException(errno, kPhysicalMemory);
+    if (EndsBefore(m_fd.get(), uint64_t{physical_offset} + length))
+        throw ErrnoException(ENXIO, kPhysicalMemory);
 
     // The 64-bit offset: physical addresses above 2 GiB do not fit the
     // target's signed 32-bit off_t.

@@ -28,6 +28,11 @@ MtdPartition FlashedPartition(const std::string& name, const std::string& image,
 // "/proc/mtd" and loads the fake MTD driver into the device's programs.
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);
 
+// The device node inside the device ("/dev/mtd1") of a partition that
+// AddMtdPartition added. Writing it changes what the driver reads; its
+// ".geometry" sidecar holds the geometry and the bad blocks.
+std::string MtdDevice(const DeviceRoot& device, const std::string& name);
+
 // A physical memory ("/dev/mem") holding the SoC's digital-program register
 // and boot mode register 2 at their addresses; everything else reads 0.
 void SetSiliconRegisters(const DeviceRoot& device, uint32_t digprog, uint32_t sbmr2);

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cstdio>
 #include <map>
@@ -10,6 +9,7 @@
 #include <string>
 
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
@@ -45,17 +45,17 @@ std::map<std::string, std::string> ParseInfo(const std::string& text)
 // The whole path on a device that crashed: its identity from the boot loader
 // environment and the board file, its software from /etc and the rescue
 // partition, the crash from the preserved kernel log.
-class CompleteDumpTest : public ::testing::Test {
+class CompleteDumpTest : public sandbox::SandboxTest {
 protected:
+    CompleteDumpTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+
     void SetUp() override
     {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        sandbox::PrepareCrashedDevice(m_device);
-        m_result = m_device.Run();
+        SandboxTest::SetUp();
+        if (!IsSkipped())
+            m_result = m_device.Run();
     }
 
-    sandbox::DeviceRoot m_device;
     sandbox::RunResult m_result;
 };
 

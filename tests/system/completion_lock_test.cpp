@@ -3,30 +3,22 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
 
 using namespace sandbox::device_files;
-using sandbox::DeviceRoot;
 
-class CompletionLockTest : public ::testing::Test {
+class CompletionLockTest : public sandbox::SandboxTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        sandbox::PrepareCleanBoot(m_device);
-    }
-
-    DeviceRoot m_device;
+    CompletionLockTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
 };
 
 TEST_F(CompletionLockTest, LeftoverTemporaryLockIsReusedWithoutTruncation)

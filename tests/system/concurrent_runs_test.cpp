@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <chrono>
 #include <random>
@@ -15,6 +14,7 @@
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
@@ -33,16 +33,7 @@ std::string FinalLine(const std::string& text)
     return start == std::string::npos ? text : text.substr(start + 1);
 }
 
-class ConcurrentRunsTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-    }
-
-    sandbox::DeviceRoot m_device;
-};
+class ConcurrentRunsTest : public sandbox::SandboxTest {};
 
 TEST_F(ConcurrentRunsTest, EveryRunEndsWithAStatusAndItsFinalLine)
 {

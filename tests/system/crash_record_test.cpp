@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <fstream>
 #include <map>
@@ -11,6 +10,7 @@
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
@@ -25,14 +25,9 @@ using Info = std::map<std::string, std::string>;
 
 // Starts from a device whose previous run ended normally; each test adds the
 // evidence it is about.
-class CrashRecordTest : public ::testing::Test {
+class CrashRecordTest : public sandbox::SandboxTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        sandbox::PrepareCleanBoot(m_device);
-    }
+    CrashRecordTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
 
     Info ReadInfo() const
     {
@@ -44,8 +39,6 @@ protected:
         }
         return info;
     }
-
-    sandbox::DeviceRoot m_device;
 };
 
 TEST_F(CrashRecordTest, WatchdogResetIsDueWithoutTouchingTheCoreDevice)

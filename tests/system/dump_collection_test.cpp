@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
@@ -47,31 +47,13 @@ bool EndsWith(const std::string& text, const std::string& end)
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-// Until the crash record is built, the collector ends every run with this
-// line alone, without even the reset causes it reports on every real run.
-bool CrashRecordIsBuilt()
-{
-    static const bool built = [] {
-        DeviceRoot device;
-        sandbox::PrepareCrashedDevice(device);
-        return device.Run().standard_error != "No post-mortem crash dump available.\n";
-    }();
-    return built;
-}
 
 // The scenario's reset causes (watchdog) make a dump due without the
 // collector ever opening the core device itself, so the script is its only
 // reader.
-class DumpCollectionTest : public testing::Test {
+class DumpCollectionTest : public sandbox::SandboxTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        if (!CrashRecordIsBuilt())
-            GTEST_SKIP() << "no crash record yet, so no dump is ever due";
-        sandbox::PrepareCrashedDevice(m_device);
-    }
+    DumpCollectionTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
 
     std::vector<std::string> Members() const
     {
@@ -87,8 +69,6 @@ protected:
     {
         return CommandOutput("tar -xjOf " + m_device.Path(kArchive) + " " + name);
     }
-
-    DeviceRoot m_device;
 };
 
 TEST_F(DumpCollectionTest, EmptyCoreIsLeftOutOfTheArchive)

@@ -1,17 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <string>
 
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "hardware.h"
 #include "environment_image.h"
 #include "scenarios.h"
 
 namespace {
 
-using sandbox::DeviceRoot;
 
 // How a clean boot ends once the hardware configuration is in place.
 constexpr const char* kNoDump = "Reset causes: 0x1 power_on_reset\nNo post-mortem crash dump available.\n";
@@ -20,14 +19,9 @@ constexpr const char* kUnknownRecord = "Manufacturing record format '' not suppo
 constexpr uint32_t kEraseSize = 128 * 1024;
 
 // A production device whose identity the tests then take apart.
-class HardwareConfigSystemTest : public ::testing::Test {
+class HardwareConfigSystemTest : public sandbox::SandboxTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        sandbox::PrepareCleanBoot(m_device);
-    }
+    HardwareConfigSystemTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
 
     // The environment partition alone, in place of the scenario's table.
     void ReplaceEnvironment(const std::string& content, std::vector<uint32_t> bad_blocks)
@@ -35,8 +29,6 @@ protected:
         m_device.Remove("/proc/mtd");
         sandbox::AddMtdPartition(m_device, {"flash0.nvram", content, kEraseSize, 2048, 64, std::move(bad_blocks)});
     }
-
-    DeviceRoot m_device;
 };
 
 TEST_F(HardwareConfigSystemTest, ProductionDeviceReadsItsIdentityQuietly)
@@ -103,15 +95,6 @@ TEST_F(SiliconSystemTest, OtherSiliconEndsTheRunBeforeTheLock)
     EXPECT_EQ(result.standard_error, "crash-dump caught exception: Unexpected silicon type\n");
     EXPECT_FALSE(m_device.Exists("/var/lock/crash-dump-complete.tmp"));
     EXPECT_FALSE(m_device.Exists("/var/lock/crash-dump-complete"));
-}
-
-TEST_F(SiliconSystemTest, NoPhysicalMemoryEndsTheRun)
-{
-    const auto result = m_device.Run();
-
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_EQ(result.standard_error, "crash-dump caught exception: /dev/mem: No such file or directory (2)\n");
-    EXPECT_FALSE(m_device.Exists("/var/lock/crash-dump-complete.tmp"));
 }
 
 } // namespace

@@ -9,17 +9,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
+#include "environment_image.h"
+#include "fit_image.h"
+#include "hardware.h"
 #include "scenarios.h"
 
 namespace {
@@ -30,12 +34,33 @@ using ::testing::Not;
 
 constexpr size_t kHugeSize = 4 << 20;
 
-enum class Damage { kMissing, kEmpty, kTruncated, kDirectory, kRandomBytes, kLongLine };
+constexpr const char* kEnvironmentCorrupt = "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n";
+
+// An input is a path inside the device or, without a leading slash, the name
+// of a NAND partition. A partition's damages keep its size unless they say
+// otherwise; its random bytes fill it whole.
+enum class Damage {
+    kMissing,
+    kEmpty,
+    kTruncated,
+    kDirectory,
+    kRandomBytes,
+    kLongLine,
+    kHugeCount,        // a file: the largest 32-bit number
+    kErased,           // a partition: all 0xff
+    kCrcDamaged,       // a partition: the first byte of its stored CRC changed
+    kAllBlocksBad,     // a partition: every block marked bad
+    kTruncatedGzip,    // the rescue partition: the first half of its gzip image, erased flash after it
+    kCorruptGzip,      // the rescue partition: bytes in the middle of its gzip image overwritten
+    kHugeStringsBlock, // the rescue partition: an uncompressed image whose strings block is 0x40000 bytes
+};
 
 // The device around the damaged input, chosen so that the collector reads it.
 enum class Device {
-    kCleanBoot, // power-on reset, nothing kept: every check of the decision runs
-    kCoreKept,  // power-on reset, but a core image and its log were kept: a dump is due
+    kCleanBoot,   // power-on reset, nothing kept: every check of the decision runs
+    kCoreKept,    // power-on reset, but a core image and its log were kept: a dump is due
+    kSocUnnamed,  // core kept, and a board file naming no SoC: the SoC's registers are read
+    kWlanUnnamed, // core kept, and an environment without a wireless address: the kernel's is read
 };
 
 struct HostileInput {
@@ -96,6 +121,116 @@ const HostileInput kHostileInputs[] = {
     {"/dev/lastkmsg", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, nullptr},
     {"/dev/lastkmsg", Damage::kLongLine, Device::kCoreKept, 0, kDump, nullptr},
 
+    // The board file: the SoC's registers stand in for every fact it loses.
+    {"/proc/boardid", Damage::kMissing, Device::kSocUnnamed, 0, kDump, nullptr},
+    {"/proc/boardid", Damage::kEmpty, Device::kSocUnnamed, 0, kDump, nullptr},
+    {"/proc/boardid", Damage::kTruncated, Device::kSocUnnamed, 0, kDump, nullptr},
+    {"/proc/boardid", Damage::kDirectory, Device::kSocUnnamed, 0, kDump, nullptr},
+    {"/proc/boardid", Damage::kRandomBytes, Device::kSocUnnamed, 0, kDump, nullptr},
+    {"/proc/boardid", Damage::kLongLine, Device::kSocUnnamed, 0, kDump, nullptr},
+
+    // Read only when the board file names no SoC; its failures end the run.
+    {"/dev/mem", Damage::kMissing, Device::kSocUnnamed, 1,
+     "crash-dump caught exception: /dev/mem: No such file or directory (2)\n", nullptr},
+    {"/dev/mem", Damage::kEmpty, Device::kSocUnnamed, 1,
+     "crash-dump caught exception: /dev/mem: No such device or address (6)\n", nullptr},
+    {"/dev/mem", Damage::kTruncated, Device::kSocUnnamed, 1,
+     "crash-dump caught exception: /dev/mem: No such device or address (6)\n", nullptr},
+    {"/dev/mem", Damage::kDirectory, Device::kSocUnnamed, 1,
+     "crash-dump caught exception: /dev/mem: Is a directory (21)\n", nullptr},
+    {"/dev/mem", Damage::kRandomBytes, Device::kSocUnnamed, 1,
+     "crash-dump caught exception: /dev/mem: No such device or address (6)\n", nullptr},
+    {"/dev/mem", Damage::kMissing, Device::kCoreKept, 0, kDump, "/dev/mem"},
+
+    // The partition table: the environment is taken as corrupt and the rescue
+    // version as unknown, and the dump goes on.
+    {"/proc/mtd", Damage::kMissing, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: No such file or directory (2)\n", nullptr},
+    {"/proc/mtd", Damage::kEmpty, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Failed to read /proc/mtd\n", nullptr},
+    {"/proc/mtd", Damage::kTruncated, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Failed to find NAND partition named 'flash0.rescue'\n", nullptr},
+    {"/proc/mtd", Damage::kDirectory, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Failed to read /proc/mtd\n", nullptr},
+    {"/proc/mtd", Damage::kRandomBytes, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Failed to find NAND partition named 'flash0.rescue'\n", nullptr},
+    {"/proc/mtd", Damage::kLongLine, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Failed to read /proc/mtd\n", nullptr},
+
+    {"flash0.nvram", Damage::kErased, Device::kCoreKept, 0, kEnvironmentCorrupt, nullptr},
+    {"flash0.nvram", Damage::kCrcDamaged, Device::kCoreKept, 0, kEnvironmentCorrupt, nullptr},
+    // Whole blocks cut off: the environment in the first one is intact.
+    {"flash0.nvram", Damage::kTruncated, Device::kCoreKept, 0, kDump, "ENVIRONMENT"},
+    {"flash0.nvram", Damage::kAllBlocksBad, Device::kCoreKept, 0, kEnvironmentCorrupt, nullptr},
+    {"flash0.nvram", Damage::kRandomBytes, Device::kCoreKept, 0, kEnvironmentCorrupt, nullptr},
+
+    {"flash0.rescue", Damage::kErased, Device::kCoreKept, 0, "Unable to read rescue kernel version: Not a FIT image\n",
+     nullptr},
+    {"flash0.rescue", Damage::kRandomBytes, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: Not a FIT image\n", nullptr},
+    {"flash0.rescue", Damage::kTruncatedGzip, Device::kCoreKept, 0, "Unable to read rescue kernel version: gzip error\n",
+     nullptr},
+    {"flash0.rescue", Damage::kCorruptGzip, Device::kCoreKept, 0, "Unable to read rescue kernel version: gzip error\n",
+     nullptr},
+    {"flash0.rescue", Damage::kHugeStringsBlock, Device::kCoreKept, 0,
+     "Unable to read rescue kernel version: FIT string table too large\n", nullptr},
+
+    // Nice to have: a damaged fact is left out or empty, and the dump is written.
+    {"/etc/lumora-version", Damage::kMissing, Device::kCoreKept, 0, kDump, "lumora-version"},
+    {"/etc/lumora-version", Damage::kEmpty, Device::kCoreKept, 0, kDump, "lumora-version"},
+    {"/etc/lumora-version", Damage::kDirectory, Device::kCoreKept, 0, kDump, "lumora-version"},
+    {"/etc/lumora-version", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, "lumora-version"},
+    {"/etc/lumora-version", Damage::kLongLine, Device::kCoreKept, 0, kDump, "lumora-version"},
+
+    {"/etc/lumora-image-name", Damage::kMissing, Device::kCoreKept, 0,
+     "Failed to read image name: /etc/lumora-image-name: No such file or directory (2)\n", nullptr},
+    {"/etc/lumora-image-name", Damage::kEmpty, Device::kCoreKept, 0, kDump, "image name"},
+    {"/etc/lumora-image-name", Damage::kTruncated, Device::kCoreKept, 0, kDump, "image name"},
+    {"/etc/lumora-image-name", Damage::kDirectory, Device::kCoreKept, 0,
+     "Failed to read image name: /etc/lumora-image-name: Is a directory (21)\n", nullptr},
+    {"/etc/lumora-image-name", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, "image name"},
+    {"/etc/lumora-image-name", Damage::kLongLine, Device::kCoreKept, 0, kDump, "image name"},
+
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kMissing, Device::kCoreKept, 0,
+     "Failed to read UBI list: /sys/class/ubi/ubi0/volumes_count: No such file or directory (2)\n", nullptr},
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kEmpty, Device::kCoreKept, 0, kDump, "UBI"},
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kDirectory, Device::kCoreKept, 0,
+     "Failed to read UBI list: /sys/class/ubi/ubi0/volumes_count: Is a directory (21)\n", nullptr},
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, "UBI"},
+    // The record's level, 6, is taken for the count: three volumes are not there.
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kLongLine, Device::kCoreKept, 0,
+     "Failed to read UBI name: /sys/class/ubi/ubi0/ubi0_5/name: No such file or directory (2)\n", nullptr},
+    // No device holds more than 128 volumes: the scan stops there.
+    {"/sys/class/ubi/ubi0/volumes_count", Damage::kHugeCount, Device::kCoreKept, 0,
+     "Failed to read UBI name: /sys/class/ubi/ubi0/ubi0_127/name: No such file or directory (2)\n", "ubi0_128"},
+
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kMissing, Device::kCoreKept, 0,
+     "Failed to read UBI name: /sys/class/ubi/ubi0/ubi0_0/name: No such file or directory (2)\n", nullptr},
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kEmpty, Device::kCoreKept, 0, kDump, "UBI"},
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kTruncated, Device::kCoreKept, 0, kDump, "UBI"},
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kDirectory, Device::kCoreKept, 0,
+     "Failed to read UBI name: /sys/class/ubi/ubi0/ubi0_0/name: Is a directory (21)\n", nullptr},
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, "UBI"},
+    {"/sys/class/ubi/ubi0/ubi0_0/name", Damage::kLongLine, Device::kCoreKept, 0, kDump, "UBI"},
+
+    {"/sys/class/net/wlan0/address", Damage::kMissing, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+    {"/sys/class/net/wlan0/address", Damage::kEmpty, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+    {"/sys/class/net/wlan0/address", Damage::kTruncated, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+    {"/sys/class/net/wlan0/address", Damage::kDirectory, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+    {"/sys/class/net/wlan0/address", Damage::kRandomBytes, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+    {"/sys/class/net/wlan0/address", Damage::kLongLine, Device::kWlanUnnamed, 0, kDump, "wlan0"},
+
+    // The salt is the one fact a dump cannot go without.
+    {"/dev/urandom", Damage::kMissing, Device::kCoreKept, 1,
+     "crash-dump caught exception: /dev/urandom: No such file or directory (2)\n", nullptr},
+    {"/dev/urandom", Damage::kEmpty, Device::kCoreKept, 1, "crash-dump caught exception: Short read from /dev/urandom\n", nullptr},
+    {"/dev/urandom", Damage::kDirectory, Device::kCoreKept, 1,
+     "crash-dump caught exception: read_all_throw: Is a directory (21)\n", nullptr},
+    {"/dev/urandom", Damage::kRandomBytes, Device::kCoreKept, 0, kDump, nullptr},
+
+    {"/dev/console", Damage::kMissing, Device::kCoreKept, 0, kDump, "console"},
+    {"/dev/console", Damage::kDirectory, Device::kCoreKept, 0, kDump, "console"},
+
     // Not read on the collector's path.
     {"/proc/cmdline", Damage::kMissing, Device::kCleanBoot, 1, kNoDump, "cmdline"},
     {"/proc/cmdline", Damage::kEmpty, Device::kCleanBoot, 1, kNoDump, "cmdline"},
@@ -125,13 +260,37 @@ const char* DamageText(Damage damage)
         return "4 MiB of random bytes";
     case Damage::kLongLine:
         return "one 4 MiB line, no line end";
+    case Damage::kHugeCount:
+        return "4294967295";
+    case Damage::kErased:
+        return "erased";
+    case Damage::kCrcDamaged:
+        return "CRC damaged";
+    case Damage::kAllBlocksBad:
+        return "all blocks bad";
+    case Damage::kTruncatedGzip:
+        return "gzip image cut in half";
+    case Damage::kCorruptGzip:
+        return "gzip image overwritten in the middle";
+    case Damage::kHugeStringsBlock:
+        return "strings block of 0x40000 bytes";
     }
     return "";
 }
 
 const char* DeviceText(Device device)
 {
-    return device == Device::kCleanBoot ? "clean boot" : "core kept";
+    switch (device) {
+    case Device::kCleanBoot:
+        return "clean boot";
+    case Device::kCoreKept:
+        return "core kept";
+    case Device::kSocUnnamed:
+        return "core kept, no SoC in the board file";
+    case Device::kWlanUnnamed:
+        return "core kept, no wireless address in the environment";
+    }
+    return "";
 }
 
 // Its first byte is no digit, sign or white space (the test checks), so it is
@@ -154,6 +313,15 @@ const std::string& LongLine()
     return line;
 }
 
+constexpr uint32_t kEraseSize = 128 * 1024;
+
+void RemoveLine(sandbox::DeviceRoot& device, const std::string& path, const std::string& line)
+{
+    std::string content = device.ReadFile(path);
+    content.erase(content.find(line), line.size());
+    device.WriteFile(path, content, 0444);
+}
+
 void Prepare(sandbox::DeviceRoot& device, Device kind)
 {
     if (kind == Device::kCleanBoot) {
@@ -162,10 +330,77 @@ void Prepare(sandbox::DeviceRoot& device, Device kind)
     }
     sandbox::PrepareCrashedDevice(device);
     device.SetResetCauses(0x1);
+    if (kind == Device::kSocUnnamed) {
+        RemoveLine(device, "/proc/boardid", "SoC: i.MX6ULZ\n");
+        sandbox::SetSiliconRegisters(device, 0x00650001, 0x40);
+    }
+    if (kind == Device::kWlanUnnamed) {
+        const std::string environment = sandbox::UbootEnvironmentImage(
+            {{"LM_ETH0_HWADDR", "90:AC:3F:1A:2B:3C"}, {"LM_FORMAT", "1"}, {"LM_HWFLAGS", "0x5"}}, kEraseSize);
+        device.WriteFile(sandbox::MtdDevice(device, "flash0.nvram"), environment, 0600);
+        device.WriteFile("/sys/class/net/wlan0/address", "90:ac:3f:1a:2b:3d\n");
+    }
+}
+
+// The damages of a raw partition, written into its device node: the driver
+// takes the partition's size from what the node holds.
+void ApplyToPartition(sandbox::DeviceRoot& device, const std::string& name, Damage damage)
+{
+    const std::string node = sandbox::MtdDevice(device, name);
+    std::string content = device.ReadFile(node);
+    switch (damage) {
+    case Damage::kErased:
+        content.assign(content.size(), '\xff');
+        break;
+    case Damage::kCrcDamaged:
+        content[0] = static_cast<char>(content[0] ^ 0x01);
+        break;
+    case Damage::kTruncated:
+        content.resize(content.size() / 2);
+        break;
+    case Damage::kAllBlocksBad: {
+        std::string geometry = device.ReadFile(node + ".geometry");
+        geometry.pop_back(); // its line end
+        for (size_t block = 0; block < content.size() / kEraseSize; ++block)
+            geometry += " " + std::to_string(block);
+        device.WriteFile(node + ".geometry", geometry + "\n");
+        break;
+    }
+    case Damage::kRandomBytes:
+        content = sandbox::RandomBytes(content.size());
+        break;
+    case Damage::kTruncatedGzip: {
+        const std::string image = sandbox::Gzip(sandbox::RescueFitImage(sandbox::kRescueVersion, 512 * 1024));
+        content.assign(content.size(), '\xff');
+        content.replace(0, image.size() / 2, image, 0, image.size() / 2);
+        break;
+    }
+    case Damage::kCorruptGzip:
+        content.replace(content.size() / 64, 256, 256, '\x55');
+        break;
+    case Damage::kHugeStringsBlock: {
+        const std::string image = sandbox::FitBuilder()
+                                      .BeginNode("")
+                                      .StringProperty("version", sandbox::kRescueVersion)
+                                      .EndNode()
+                                      .StringsBlockSize(0x40000)
+                                      .Build();
+        content.assign(content.size(), '\xff');
+        content.replace(0, image.size(), image);
+        break;
+    }
+    default:
+        throw std::invalid_argument("not a partition's damage");
+    }
+    device.WriteFile(node, content, 0600);
 }
 
 void Apply(sandbox::DeviceRoot& device, const std::string& path, Damage damage)
 {
+    if (path.front() != '/') {
+        ApplyToPartition(device, path, damage);
+        return;
+    }
     const std::string intact = device.Exists(path) ? device.ReadFile(path) : "";
     // An input the sandbox binds from the host ("/dev/urandom") is damaged in
     // its place.
@@ -189,13 +424,19 @@ void Apply(sandbox::DeviceRoot& device, const std::string& path, Damage damage)
     case Damage::kLongLine:
         device.WriteFile(path, LongLine());
         break;
+    case Damage::kHugeCount:
+        device.WriteFile(path, "4294967295\n");
+        break;
+    default:
+        throw std::invalid_argument("not a file's damage");
     }
 }
 
 std::string CaseName(const ::testing::TestParamInfo<HostileInput>& info)
 {
     std::string name;
-    for (const char c : std::string(info.param.path) + "_" + DamageText(info.param.damage)) {
+    for (const char c : std::string(info.param.path) + "_" + DamageText(info.param.damage) + "_"
+                              + DeviceText(info.param.device)) {
         const bool word = std::isalnum(static_cast<unsigned char>(c)) != 0;
         if (word)
             name += c;
@@ -205,16 +446,7 @@ std::string CaseName(const ::testing::TestParamInfo<HostileInput>& info)
     return name;
 }
 
-class HostileInputTest : public ::testing::TestWithParam<HostileInput> {
-protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-    }
-
-    sandbox::DeviceRoot m_device;
-};
+class HostileInputTest : public sandbox::SandboxTest, public ::testing::WithParamInterface<HostileInput> {};
 
 TEST_P(HostileInputTest, EndsWithTheDocumentedOutcome)
 {

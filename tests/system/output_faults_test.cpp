@@ -8,7 +8,6 @@
 
 #include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -21,6 +20,7 @@
 
 #include "device_files.h"
 #include "device_root.h"
+#include "sandbox_test.h"
 #include "scenarios.h"
 
 namespace {
@@ -61,16 +61,9 @@ std::string CaseName(const ::testing::TestParamInfo<OutputFault>& info)
     return info.param.name;
 }
 
-class OutputFaultTest : public ::testing::Test {
+class OutputFaultTest : public sandbox::SandboxTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0)
-            GTEST_SKIP() << "the device sandbox needs root";
-        sandbox::PrepareCrashedDevice(m_device);
-    }
-
-    sandbox::DeviceRoot m_device;
+    OutputFaultTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
 };
 
 class OutputFaultTableTest : public OutputFaultTest, public ::testing::WithParamInterface<OutputFault> {};
