@@ -276,7 +276,7 @@ TEST(AbortOnTimeoutDeathTest, AbortsTheProcessWhenNotCancelledInTime)
         "Abort due to timeout on waitpid\n");
 }
 
-TEST(AbortOnTimeoutTest, CancellationIsQuietAndPrompt)
+TEST(AbortOnTimeoutThreadsTest, CancellationIsQuietAndPrompt)
 {
     testing::internal::CaptureStderr();
     const auto start = std::chrono::steady_clock::now();
@@ -285,7 +285,7 @@ TEST(AbortOnTimeoutTest, CancellationIsQuietAndPrompt)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(AbortOnTimeoutTest, WaitWithTimeoutReturnsNormally)
+TEST(AbortOnTimeoutThreadsTest, WaitWithTimeoutReturnsNormally)
 {
     SpawnProcess process;
     EXPECT_EQ(RunShell(process, "exit 4", SpawnProcess::WaitTimeout), 4);
