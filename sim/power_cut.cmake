@@ -1,0 +1,20 @@
+# The power-cut analysis of crash-dump-sim (--power-cuts): one run of the
+# collector in a device root under strace, replayed against a model of what
+# storage may hold after a power cut. See sim/POWER-CUTS.md.
+add_library(power_cut_analysis STATIC
+  ${CMAKE_CURRENT_LIST_DIR}/strace_log.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/power_cut_trace.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/power_cut_model.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/power_cut_checker.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/power_cut_analysis.cpp)
+target_include_directories(power_cut_analysis PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(power_cut_analysis PUBLIC device_sandbox)
+
+# The checker over short traces, and the analysis of the real collector.
+add_executable(power_cut_unit_tests ${CMAKE_SOURCE_DIR}/tests/power_cut/power_cut_checker_test.cpp)
+target_link_libraries(power_cut_unit_tests PRIVATE power_cut_analysis GTest::gmock GTest::gtest_main)
+crash_dump_discover_tests(power_cut_unit_tests unit)
+
+add_executable(power_cut_system_tests ${CMAKE_SOURCE_DIR}/tests/power_cut/power_cut_analysis_test.cpp)
+target_link_libraries(power_cut_system_tests PRIVATE power_cut_analysis GTest::gmock GTest::gtest_main)
+crash_dump_discover_tests(power_cut_system_tests system)
