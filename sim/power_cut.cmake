@@ -10,11 +10,13 @@ add_library(power_cut_analysis STATIC
 target_include_directories(power_cut_analysis PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(power_cut_analysis PUBLIC device_sandbox)
 
-# The checker over short traces, and the analysis of the real collector.
+# The checker over short traces, and the analysis of the real collector. None
+# of them starts a thread, so they carry just the plain labels.
+include(GoogleTest)
 add_executable(power_cut_unit_tests ${CMAKE_SOURCE_DIR}/tests/power_cut/power_cut_checker_test.cpp)
 target_link_libraries(power_cut_unit_tests PRIVATE power_cut_analysis GTest::gmock GTest::gtest_main)
-crash_dump_discover_tests(power_cut_unit_tests unit)
+gtest_discover_tests(power_cut_unit_tests DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES LABELS unit TIMEOUT 300)
 
 add_executable(power_cut_system_tests ${CMAKE_SOURCE_DIR}/tests/power_cut/power_cut_analysis_test.cpp)
 target_link_libraries(power_cut_system_tests PRIVATE power_cut_analysis GTest::gmock GTest::gtest_main)
-crash_dump_discover_tests(power_cut_system_tests system)
+gtest_discover_tests(power_cut_system_tests DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES LABELS system TIMEOUT 300)

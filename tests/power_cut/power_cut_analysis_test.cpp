@@ -28,10 +28,23 @@ protected:
     std::ostringstream m_report;
 };
 
-TEST_F(PowerCutAnalysisTest, TodaysOrderLeavesTheMarkerBesideAnIncompleteDump)
+// Today's order: the marker may reach storage before the info file's name
+// and content do.
+TEST_F(PowerCutAnalysisTest, EmptyOutputDirectory)
 {
     EXPECT_EQ(Analyse(), 1) << m_report.str();
     EXPECT_THAT(m_report.str(), HasSubstr("hand-off durable at exit: no (crash-dump.ready: directory entry not durable"));
+}
+
+// Today's order: tar empties the waiting archive while the earlier marker stands.
+TEST_F(PowerCutAnalysisTest, EarlierDumpWaiting)
+{
+    m_device.WriteFile("/var/lib/lumora/crash-dump/crash-dump.tar.bz2", "BZh9 archive of an earlier crash");
+    m_device.WriteFile("/var/lib/lumora/crash-dump/crash-dump.info", "reset=watchdog_reset\ntype=post-mortem\n");
+    m_device.WriteFile("/var/lib/lumora/crash-dump/crash-dump.ready", "");
+
+    EXPECT_EQ(Analyse(), 1) << m_report.str();
+    EXPECT_THAT(m_report.str(), HasSubstr("crash-dump.tar.bz2 empty, crash-dump.info the earlier dump's"));
 }
 
 } // namespace
