@@ -1,5 +1,7 @@
 #include "power_cut_model.h"
 
+#include <stdexcept>
+
 namespace sim {
 
 using Kind = FileOperation::Kind;
@@ -89,6 +91,8 @@ void StorageModel::Open(const FileOperation& op)
     if (!file && op.create) {
         file = NewFile({});
         Bind(op.path, file);
+    } else if (!file && m_names.count(op.path) == 0) {
+        file = Existing(op.path);
     } else if (file && op.truncate && m_inodes[*file].versions.back().written > 0) {
         m_inodes[*file].versions.push_back({});
     }
@@ -110,10 +114,10 @@ InodeId StorageModel::Target(const FileOperation& op)
 {
     if (op.description == 0)
         return Existing(op.path);
-    Description& description = m_descriptions.at(op.description);
-    if (!description.file)
-        description.file = Existing(description.path);
-    return *description.file;
+    const Binding file = m_descriptions.at(op.description).file;
+    if (!file)
+        throw std::logic_error("a write through a descriptor of " + op.path + ", which names no file");
+    return *file;
 }
 
 // The file a path names now; a path the model has not seen names a file from
