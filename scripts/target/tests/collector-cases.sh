@@ -141,8 +141,9 @@ prepare_read_only_flash() {
     seed_collector "$1"
     seed_previous_run "$1" 98304 0 0
     board_identity "$1" "SoC: i.MX6UL"
-    # nvram's block 2; rescue's first block and its third (chip blocks 8
-    # and 10), so that the image starts one block in and steps over another.
+    # nvram's block 2, behind the environment; rescue's first block and its
+    # third (chip blocks 8 and 10), so that the image starts one block in and
+    # steps over another.
     flash_with_bad_blocks "$1" 2,8,10 ro || return
     echo 0x10 >"$1/case/reset-cause"
 }
