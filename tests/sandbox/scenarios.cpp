@@ -15,7 +15,7 @@ namespace {
 // messages a watchdog reset after a player assertion leaves behind.
 constexpr const char* kCrashedKernelLog =
     "6,1021,8812331,-;LMPLAY: playing presentation 'lobby'\n"
-    "6,1022,8812345,-;ScriptName: lobby.brs\n"
+    "6,1022,8812345,-;ScriptName: lobby.script\n"
     "6,1023,8812346,-;ScriptHash: 9f86d081884c7d65\n"
     "3,1024,9012001,-;User space assert from player\\x0aplayer.c:88\\x0a"
     "ASSERT Executing frame_queue_depth(q) < 64\\x0aBacktrace: 0x10f3c 0x11a08\n"

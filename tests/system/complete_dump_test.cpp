@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -9,6 +11,8 @@
 #include <string>
 
 #include "device_root.h"
+#include "environment_image.h"
+#include "hardware.h"
 #include "sandbox_test.h"
 #include "scenarios.h"
 
@@ -93,7 +97,7 @@ TEST_F(CompleteDumpTest, InfoCarriesEveryFactOfTheDevice)
         {"reset_flags", "0x10"},
         {"run", sandbox::kSystemVersion},
         {"script_hash", "9f86d081884c7d65"},
-        {"script_name", "lobby.brs"},
+        {"script_name", "lobby.script"},
         {"serial", "D4E91K002317"},
         {"soc", "i.MX6ULZ"},
         {"td", "0"},
@@ -121,6 +125,51 @@ TEST_F(CompleteDumpTest, TwoDumpsDifferInTheirSalt)
     const std::string first = ParseInfo(m_device.ReadFile(kInfo))["salt"];
     ASSERT_EQ(m_device.Run().exit_status, 0);
     EXPECT_NE(ParseInfo(m_device.ReadFile(kInfo))["salt"], first);
+}
+
+// Device makers write-protect the partitions the collector reads; the
+// identity and the rescue version must not depend on opening them for writing.
+TEST(WriteProtectedFlashTest, DumpKeepsTheIdentityAndRescueVersion)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "the device sandbox needs root";
+    sandbox::DeviceRoot device;
+    sandbox::PrepareCrashedDevice(device);
+    for (const char* partition : {"flash0.nvram", "flash0.rescue"})
+        device.WriteFile(sandbox::MtdDevice(device, partition) + ".ro", "");
+
+    const auto result = device.Run();
+
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.standard_error, "Reset causes: 0x10 watchdog_reset\nPost-mortem crash dump generated.\n");
+    auto info = ParseInfo(device.ReadFile(kInfo));
+    EXPECT_EQ(info["serial"], "D4E91K002317");
+    EXPECT_EQ(info["eth_mac"], "90:ac:3f:1a:2b:3c");
+    EXPECT_EQ(info["wifi_mac"], "90:ac:3f:1a:2b:3d");
+    EXPECT_EQ(info["rescue"], sandbox::kRescueVersion);
+}
+
+// The manufacturing record carries a wireless address, but the flags say the
+// board has no radio.
+TEST(WirelessFlagTest, BoardWithoutRadioReportsNoWirelessAddress)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "the device sandbox needs root";
+    sandbox::DeviceRoot device;
+    sandbox::PrepareCrashedDevice(device);
+    const std::string nvram = sandbox::MtdDevice(device, "flash0.nvram");
+    device.WriteFile(nvram, sandbox::UbootEnvironmentImage({{"LM_FORMAT", "1"},
+                                                            {"LM_HWFLAGS", "0x3"},
+                                                            {"LM_WLAN0_HWADDR", "90:AC:3F:1A:2B:3D"}},
+                                                           128 * 1024) +
+                                std::string(3 * 128 * 1024, '\xff'));
+
+    const auto result = device.Run();
+
+    EXPECT_EQ(result.exit_status, 0);
+    auto info = ParseInfo(device.ReadFile(kInfo));
+    EXPECT_EQ(info.count("wifi_mac"), 1u);
+    EXPECT_EQ(info["wifi_mac"], "");
 }
 
 } // namespace
