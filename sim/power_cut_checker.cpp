@@ -131,7 +131,6 @@ private:
         case Kind::Fsync:
             return op.path == m_directory || Listed(model, model.FileOf(op));
         case Kind::Write:
-        case Kind::Truncate:
             return Listed(model, model.FileOf(op));
         }
         return false;

@@ -25,8 +25,7 @@ void StorageModel::Apply(const FileOperation& op)
         Open(op);
         break;
     case Kind::Write:
-    case Kind::Truncate:
-        Change(op);
+        Write(op);
         break;
     case Kind::Rename:
     case Kind::Link: {
@@ -99,25 +98,15 @@ void StorageModel::Open(const FileOperation& op)
     m_descriptions[op.description] = {op.path, file, op.synchronous};
 }
 
-// A write appends to what the file held; a truncation leaves the length asked for.
-void StorageModel::Change(const FileOperation& op)
+void StorageModel::Write(const FileOperation& op)
 {
-    Inode& file = m_inodes[Target(op)];
-    const uint64_t before = op.kind == Kind::Write ? file.versions.back().written : 0;
-    file.versions.push_back({before + op.bytes, false});
-    if (op.description != 0 && m_descriptions.at(op.description).synchronous)
-        file.durable = file.Last();
-}
-
-// Through a description, the file it was opened on, whatever its name is now.
-InodeId StorageModel::Target(const FileOperation& op)
-{
-    if (op.description == 0)
-        return Existing(op.path);
-    const Binding file = m_descriptions.at(op.description).file;
-    if (!file)
+    const Binding target = m_descriptions.at(op.description).file;
+    if (!target)
         throw std::logic_error("a write through a descriptor of " + op.path + ", which names no file");
-    return *file;
+    Inode& file = m_inodes[*target];
+    file.versions.push_back({file.versions.back().written + op.bytes, false});
+    if (m_descriptions.at(op.description).synchronous)
+        file.durable = file.Last();
 }
 
 // The file a path names now; a path the model has not seen names a file from

@@ -20,8 +20,8 @@ struct ContentVersion {
     bool earlier = false;   // the content the file had before the run
 };
 
-// A file's content since the run began: each write, truncation or resize adds
-// a version. Storage may hold any version from the oldest one that an fsync,
+// A file's content since the run began: each write, and each truncation of
+// content by an open, adds a version. Storage may hold any version from the oldest one that an fsync,
 // a sync or a synchronous write made durable, to the newest.
 struct Inode {
     std::vector<ContentVersion> versions;
@@ -44,8 +44,9 @@ struct PreexistingFile {
 // What storage may hold after a power cut, file by file, under the weak
 // guarantees POSIX gives: no ordering between files without a barrier, and
 // a name reaches storage only through an fsync of its directory or a sync.
-// Files that existed before the run start out durable; any other path is
-// absent until the trace creates it.
+// The files listed as existing before the run start out durable. Any other
+// path is absent until the trace creates it, or names a file from before the
+// run (a device, a library) when the trace uses it without creating it.
 class StorageModel {
 public:
     explicit StorageModel(const std::vector<PreexistingFile>& files);
@@ -53,10 +54,10 @@ public:
     void Apply(const FileOperation& op);
 
     const NameHistory& History(const std::string& path) const;
-    // Every path in the directory that was ever bound during the run.
+    // Every path in the directory that the listing or the trace named.
     std::vector<std::string> NamesIn(std::string_view directory) const;
     const Inode& File(InodeId id) const { return m_inodes[id]; }
-    // The file an operation acts on (a description's, or a path's), if any.
+    // The file an operation acts on (its description's, or its path's), if any.
     std::optional<InodeId> FileOf(const FileOperation& op) const;
 
 private:
@@ -69,8 +70,7 @@ private:
     InodeId NewFile(ContentVersion first);
     void Bind(const std::string& path, Binding file);
     void Open(const FileOperation& op);
-    void Change(const FileOperation& op);
-    InodeId Target(const FileOperation& op);
+    void Write(const FileOperation& op);
     InodeId Existing(const std::string& path);
     void Fsync(const FileOperation& op);
     void Sync();

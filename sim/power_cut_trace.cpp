@@ -119,11 +119,8 @@ private:
         if (HasFlag(flags, "CLOSE_RANGE_UNSHARE"))
             process.descriptors = std::make_shared<DescriptorTable>(*process.descriptors);
         DescriptorTable& table = *process.descriptors;
-        const int first = Number(call.args[0]);
-        // The last descriptor is often printed as "~0U".
-        const std::string& last_text = call.args[1];
-        const long last = last_text[0] == '~' ? -1 : std::stol(last_text, nullptr, 0);
-        for (auto it = table.lower_bound(first); it != table.end() && (last < 0 || it->first <= last);) {
+        const long long last = std::stoll(call.args[1], nullptr, 0);
+        for (auto it = table.lower_bound(Number(call.args[0])); it != table.end() && it->first <= last;) {
             if (HasFlag(flags, "CLOSE_RANGE_CLOEXEC"))
                 (it++)->second.close_on_exec = true;
             else
@@ -169,18 +166,6 @@ private:
         const bool third = call.name == "copy_file_range" || call.name == "splice";
         if (call.result > 0)
             DescriptorOperation(call, process, Kind::Write, call.args.at(third ? 2 : 0), call.result);
-    }
-
-    void Truncate(const Syscall& call, Process& process)
-    {
-        const long long length = std::stoll(call.args.at(1), nullptr, 0);
-        if (call.name == "ftruncate") {
-            DescriptorOperation(call, process, Kind::Truncate, call.args[0], length);
-            return;
-        }
-        FileOperation op = Operation(call, Kind::Truncate, Path(process, "AT_FDCWD", call.args[0]));
-        op.bytes = static_cast<uint64_t>(length);
-        m_operations.push_back(std::move(op));
     }
 
     void Fsync(const Syscall& call, Process& process)
@@ -297,7 +282,6 @@ const std::map<std::string, Resolver::Handler, std::less<>> Resolver::kHandlers 
     {"pwrite64", &Resolver::Write},    {"pwritev", &Resolver::Write},
     {"pwritev2", &Resolver::Write},    {"sendfile", &Resolver::Write},
     {"copy_file_range", &Resolver::Write}, {"splice", &Resolver::Write},
-    {"truncate", &Resolver::Truncate}, {"ftruncate", &Resolver::Truncate},
     {"fsync", &Resolver::Fsync},       {"fdatasync", &Resolver::Fsync},
     {"sync", &Resolver::Sync},         {"syncfs", &Resolver::Sync},
     {"rename", &Resolver::Rebind},     {"renameat", &Resolver::Rebind},

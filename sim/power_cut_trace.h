@@ -16,7 +16,6 @@ struct FileOperation {
     enum class Kind {
         Open,       // any successful open; flags below
         Write,      // content written through a description
-        Truncate,   // ftruncate (through a description) or truncate (by path)
         Rename,     // path -> target
         Link,       // path -> target
         Unlink,
@@ -33,7 +32,7 @@ struct FileOperation {
     bool create = false;     // Open: O_CREAT
     bool truncate = false;   // Open: O_TRUNC
     bool synchronous = false; // Open: O_SYNC or O_DSYNC, each write reaches storage before it returns
-    uint64_t bytes = 0;      // Write: bytes written; Truncate: the new length
+    uint64_t bytes = 0;      // Write: bytes written
 };
 
 // Follows descriptors through open, dup, fcntl, close, fork and exec (which

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "power_cut_checker.h"
@@ -16,7 +17,8 @@ using ::testing::ElementsAreArray;
 // The collector's run as strace logs it, cut down to what touches files: the
 // staged info file, the shell whose tar forks a child that creates the archive,
 // puts it on its standard output and becomes the shell that runs bzip2; the
-// staging directory removed, sync().
+// staging directory removed, sync(). The child runs before tar's clone returns,
+// as strace often shows it.
 constexpr const char* kCollect = R"(100 execve("/crash-dump", ["/crash-dump"], 0x7ffc /* 1 var */) = 0
 100 openat(AT_FDCWD, "/var/run/crash-dump/new/info", O_WRONLY|O_CREAT|O_TRUNC, 0666) = 4
 100 write(4, "type=post-mortem\n", 17) = 17
@@ -29,14 +31,15 @@ constexpr const char* kCollect = R"(100 execve("/crash-dump", ["/crash-dump"], 0
 101 <... vfork resumed>)              = 102
 102 <... execve resumed>)             = 0
 102 openat(AT_FDCWD, ".", O_RDONLY|O_NOCTTY|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC) = 3
-102 clone(child_stack=NULL, flags=CLONE_CHILD_CLEARTID|CLONE_CHILD_SETTID|SIGCHLD, child_tidptr=0x7fa1) = 103
-103 close(3 <unfinished ...>
-102 openat(3, "info", O_RDONLY|O_NOCTTY|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC) = 5
-103 <... close resumed>)              = 0
+102 clone(child_stack=NULL, flags=CLONE_CHILD_CLEARTID|CLONE_CHILD_SETTID|SIGCHLD <unfinished ...>
+103 close(3)                          = 0
 103 creat("/var/lib/lumora/crash-dump/crash-dump.tar.bz2", 0666) = 3
 103 close(1)                          = 0
 103 dup(3)                            = 1
-103 close(3)                          = 0
+103 close(3 <unfinished ...>
+102 <... clone resumed>, child_tidptr=0x7fa1) = 103
+103 <... close resumed>)              = 0
+102 openat(3, "info", O_RDONLY|O_NOCTTY|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC) = 5
 103 execve("/bin/sh", ["/bin/sh", "-c", "bzip2"], 0x7ffd /* 3 vars */) = 0
 103 vfork( <unfinished ...>
 104 execve("/usr/bin/bzip2", ["bzip2"], 0x55ee /* 3 vars */ <unfinished ...>
@@ -48,7 +51,9 @@ constexpr const char* kCollect = R"(100 execve("/crash-dump", ["/crash-dump"], 0
 100 unlink("/var/run/crash-dump/new/info") = 0
 100 close(4)                          = 0
 100 sync()                            = 0
-100 openat(AT_FDCWD, "/var/lib/lumora/crash-dump/crash-dump.info", O_WRONLY|O_CREAT|O_TRUNC, 0666) = 4
+)";
+
+constexpr const char* kInfoInPlace = R"(100 openat(AT_FDCWD, "/var/lib/lumora/crash-dump/crash-dump.info", O_WRONLY|O_CREAT|O_TRUNC, 0666) = 4
 100 write(4, "reset=watchdog_reset\n", 21) = 21
 100 write(4, "type=post-mortem\n", 17) = 17
 )";
@@ -66,6 +71,15 @@ constexpr const char* kDirectorySync = R"(100 openat(AT_FDCWD, "/var/lib/lumora/
 100 close(4)                          = 0
 )";
 
+// The info file written whole beside its name, each write synchronous, then
+// renamed over the earlier one.
+constexpr const char* kInfoRenamed =
+    R"(100 openat(AT_FDCWD, "/var/lib/lumora/crash-dump/crash-dump.info.tmp", O_WRONLY|O_CREAT|O_TRUNC|O_DSYNC|O_CLOEXEC, 0666) = 4
+100 write(4, "reset=watchdog_reset\ntype=post-mortem\n", 38) = 38
+100 close(4)                          = 0
+100 rename("/var/lib/lumora/crash-dump/crash-dump.info.tmp", "/var/lib/lumora/crash-dump/crash-dump.info") = 0
+)";
+
 // The fixed order: the earlier marker goes first, for good, and every file
 // and name reaches storage before the marker, whose own name follows it.
 constexpr const char* kUnlinkMarker = R"(100 unlink("/var/lib/lumora/crash-dump/crash-dump.ready") = 0
@@ -76,11 +90,14 @@ constexpr const char* kNoMarkerToUnlink =
 constexpr const char* kInfoSync = R"(100 fsync(4)                          = 0
 )";
 
-const std::string kToday = std::string(kCollect) + kCloseInfo + kMarker;
-const std::string kFixedRun = std::string(kDirectorySync) + kCollect + kInfoSync + kCloseInfo + kDirectorySync + kMarker
-    + kDirectorySync;
+const std::string kToday = std::string(kCollect) + kInfoInPlace + kCloseInfo + kMarker;
+const std::string kFixedRun = std::string(kDirectorySync) + kCollect + kInfoInPlace + kInfoSync + kCloseInfo
+    + kDirectorySync + kMarker + kDirectorySync;
 const std::string kFixed = kUnlinkMarker + kFixedRun;
 const std::string kFixedWithoutEarlierDump = kNoMarkerToUnlink + kFixedRun;
+const std::string kRenamedBeforeMarker = std::string(kUnlinkMarker) + kDirectorySync + kCollect + kInfoRenamed;
+const std::string kRenamed = kRenamedBeforeMarker + kDirectorySync + kMarker + kDirectorySync;
+const std::string kRenameNotSynced = kRenamedBeforeMarker + kMarker + kDirectorySync;
 
 const std::vector<PreexistingFile> kEmpty;
 const std::vector<PreexistingFile> kEarlierDump = {
@@ -103,6 +120,21 @@ struct Case {
 void PrintTo(const Case& c, std::ostream* out)
 {
     *out << c.name;
+}
+
+// strace's C-style strings: paths can hold any byte.
+TEST(StraceStringTest, EscapesAreUndone)
+{
+    const std::pair<const char*, std::string> cases[] = {
+        {R"("/var/lib/plain")", "/var/lib/plain"},
+        {R"("quote \" and backslash \\")", "quote \" and backslash \\"},
+        {R"("\n\t\r\v\f")", "\n\t\r\v\f"},
+        {R"("octal \0\12\101\3770")", std::string("octal \0\n" "A\377" "0", 11)},
+        {R"("hex \x41\xff")", "hex A\xff"},
+        {R"("cut short"...)", "cut short"},
+    };
+    for (const auto& [argument, text] : cases)
+        EXPECT_EQ(sim::Unquote(argument), text) << argument;
 }
 
 class PowerCutCheckerTest : public ::testing::TestWithParam<Case> {};
@@ -140,7 +172,14 @@ INSTANTIATE_TEST_SUITE_P(
              {"crash-dump.ready: directory entry not durable", "crash-dump.info: directory entry not durable",
               "crash-dump.info: content not durable"}},
         Case{"FixedWithEarlierDump", kEarlierDump, kFixed, 14, 29, 0, "", {}},
-        Case{"FixedInEmptyDirectory", kEmpty, kFixedWithoutEarlierDump, 13, 28, 0, "", {}}),
+        Case{"FixedInEmptyDirectory", kEmpty, kFixedWithoutEarlierDump, 13, 28, 0, "", {}},
+        Case{"InfoRenamedIntoPlace", kEarlierDump, kRenamed, 13, 27, 0, "", {}},
+        // Until the directory is synced, the info file's name may still
+        // reach the earlier file, and the marker's name may get there first.
+        Case{"RenameNotSyncedBeforeMarker", kEarlierDump, kRenameNotSynced, 12, 38, 2,
+             "crash-dump[100] openat /var/lib/lumora/crash-dump/crash-dump.ready: crash-dump.ready present, "
+             "crash-dump.tar.bz2 this run's, crash-dump.info the earlier dump's",
+             {}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace
