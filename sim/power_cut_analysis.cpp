@@ -1,8 +1,11 @@
 #include "power_cut_analysis.h"
 
+#include <chrono>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "power_cut_checker.h"
@@ -29,17 +32,43 @@ std::vector<PreexistingFile> FilesIn(const sandbox::DeviceRoot& device, std::str
     return files;
 }
 
+// The collector ends strace's log ("4711  +++ exited with 0 +++"): every
+// other process of the run has ended before it, and the tracer stops with it.
+bool EndsWithCollectorExit(const std::string& log)
+{
+    if (log.empty() || log.back() != '\n')
+        return false;
+    const size_t last_line = log.rfind('\n', log.size() - 2);
+    std::istringstream first(log);
+    std::istringstream last(log.substr(last_line == std::string::npos ? 0 : last_line + 1));
+    std::string collector, pid, event;
+    first >> collector;
+    last >> pid >> event;
+    return pid == collector && event == "+++";
+}
+
+// strace runs detached (-D), as the collector's grandchild: the collector
+// keeps the started process's id, and with it the /proc entries the sandbox
+// binds for its runtime checkers. Nobody waits for the tracer, so the log is
+// complete once it records the collector's exit.
 std::string RecordRun(const sandbox::DeviceRoot& device, int& exit_status)
 {
-    const sandbox::RunResult run = device.Run({"/usr/bin/strace", "-f", "-qq", "-e", "signal=none", "-e",
+    const sandbox::RunResult run = device.Run({"/usr/bin/strace", "-D", "-f", "-q", "-e", "signal=none", "-e",
                                                "trace=" + TracedSyscalls(), "-o", kTraceLog,
                                                sandbox::DeviceRoot::kCollector});
-    if (!device.Exists(kTraceLog))
-        throw std::runtime_error("strace left no trace of the collector:\n" + run.standard_error);
-    std::string log = device.ReadFile(kTraceLog);
-    device.Remove(kTraceLog);
     exit_status = run.exit_status;
-    return log;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (device.Exists(kTraceLog)) {
+            std::string log = device.ReadFile(kTraceLog);
+            if (EndsWithCollectorExit(log)) {
+                device.Remove(kTraceLog);
+                return log;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    throw std::runtime_error("strace left no complete trace of the collector:\n" + run.standard_error);
 }
 
 void Print(const PowerCutReport& report, std::ostream& out)
