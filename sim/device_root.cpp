@@ -24,7 +24,7 @@
 
 namespace fs = std::filesystem;
 
-namespace sandbox {
+namespace sim {
 
 namespace {
 
@@ -42,7 +42,7 @@ const char* const kUsrLinks[][2] = {
 
 [[noreturn]] void Die(const char* what)
 {
-    std::fprintf(stderr, "sandbox: %s: %s\n", what, std::strerror(errno));
+    std::fprintf(stderr, "device root: %s: %s\n", what, std::strerror(errno));
     _exit(125);
 }
 
@@ -143,14 +143,20 @@ std::string Slurp(const std::string& path)
 
 } // namespace
 
-DeviceRoot::DeviceRoot()
-    : m_program(CRASH_DUMP_BINARY)
+DeviceRoot::DeviceRoot(const Installation& installation, const std::string& kept_root)
+    : m_keep_root(!kept_root.empty()),
+      m_program(installation.collector),
+      m_mtd_driver(installation.mtd_driver)
 {
     std::string pattern = (fs::temp_directory_path() / "device-root.XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)
         throw std::system_error(errno, std::generic_category(), "mkdtemp");
     m_base = pattern;
-    m_root = m_base + "/root";
+    m_root = m_keep_root ? fs::absolute(kept_root).lexically_normal().string() : m_base + "/root";
+    if (m_keep_root && fs::exists(m_root) && !fs::is_empty(m_root)) {
+        fs::remove_all(m_base);
+        throw std::runtime_error(kept_root + ": not empty");
+    }
 
     for (const char* directory : kDirectories)
         MakeDirectory(directory);
@@ -176,6 +182,8 @@ DeviceRoot::~DeviceRoot()
         umount2(mount_point.c_str(), MNT_DETACH);
     std::error_code ignored;
     fs::remove_all(m_base, ignored);
+    if (!m_keep_root)
+        fs::remove_all(m_root, ignored);
 }
 
 std::string DeviceRoot::Path(std::string_view inside) const
@@ -236,10 +244,10 @@ void DeviceRoot::UnbindHostFile(std::string_view inside)
     }
 }
 
-void DeviceRoot::Preload(const std::string& host_library)
+void DeviceRoot::LoadMtdDriver()
 {
-    const std::string inside = "/.preload/" + fs::path(host_library).filename().string();
-    BindHostFile(host_library, inside);
+    const std::string inside = "/.preload/" + fs::path(m_mtd_driver).filename().string();
+    BindHostFile(m_mtd_driver, inside);
     WriteFile("/etc/ld.so.preload", inside + "\n");
 }
 
@@ -271,6 +279,33 @@ void DeviceRoot::SetResetCauses(uint32_t causes) const
     WriteFile("/proc/device-tree/lumora/bootloader/imx-reset-cause", std::string_view(cell, sizeof cell));
 }
 
+void DeviceRoot::KillRemainingProcesses() const
+{
+    struct stat root {};
+    if (stat(m_root.c_str(), &root) != 0)
+        return;
+    // A process's root, followed, is the directory it was chrooted into.
+    const auto inside = [&](const fs::directory_entry& process) {
+        struct stat its_root {};
+        return stat((process.path() / "root").c_str(), &its_root) == 0 && its_root.st_dev == root.st_dev
+            && its_root.st_ino == root.st_ino;
+    };
+    for (int round = 0; round < 500; ++round) {
+        bool found = false;
+        std::error_code ignored;
+        for (const fs::directory_entry& process : fs::directory_iterator("/proc", ignored)) {
+            const std::string name = process.path().filename().string();
+            if (name.find_first_not_of("0123456789") == std::string::npos && inside(process)) {
+                kill(std::stoi(name), SIGKILL);
+                found = true;
+            }
+        }
+        if (!found)
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) const
 {
     // Each run keeps its own output files, so runs may overlap.
@@ -278,7 +313,7 @@ DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) cons
     const std::string output_directory = m_base + "/run." + run;
     fs::create_directory(output_directory);
 
-    const bool checked = argv.front() == kCollector && std::getenv(kValgrindSwitch) != nullptr;
+    const bool checked = argv.front() == kCollector && m_valgrind;
     const std::string tool_log = checked ? "/tmp/valgrind." + run + ".log" : "";
     const std::vector<std::string> command = checked ? UnderValgrind(argv, tool_log) : argv;
 
@@ -287,7 +322,7 @@ DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) cons
         throw std::system_error(errno, std::generic_category(), "fork");
     if (pid == 0)
         EnterAndExec(command, output_directory);
-    return Process(pid, output_directory, checked ? Path(tool_log) : "");
+    return Process(pid, output_directory, checked ? Path(tool_log) : "", m_print_findings);
 }
 
 void DeviceRoot::MountDevice() const
@@ -347,10 +382,11 @@ void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::s
     Die("execve");
 }
 
-DeviceRoot::Process::Process(pid_t pid, std::string output_directory, std::string tool_log)
+DeviceRoot::Process::Process(pid_t pid, std::string output_directory, std::string tool_log, bool print_findings)
     : m_pid(pid),
       m_output_directory(std::move(output_directory)),
       m_tool_log(std::move(tool_log)),
+      m_print_findings(print_findings),
       m_started(std::chrono::steady_clock::now())
 {
 }
@@ -359,6 +395,7 @@ DeviceRoot::Process::Process(Process&& other) noexcept
     : m_pid(std::exchange(other.m_pid, 0)),
       m_output_directory(std::move(other.m_output_directory)),
       m_tool_log(std::move(other.m_tool_log)),
+      m_print_findings(other.m_print_findings),
       m_started(other.m_started)
 {
 }
@@ -420,12 +457,12 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
     result.standard_error = Slurp(m_output_directory + "/stderr");
     result.standard_output = Slurp(m_output_directory + "/stdout");
     ReadToolLog(result);
-    // Shown with the failing test's output: the finding is the news, not the
+    // Shown with a failing test's output: the finding is the news, not the
     // status the test then trips over.
-    if (result.exit_status == kToolFindingStatus)
-        std::fprintf(stderr, "sandbox: findings of the checked run:\n%s\n",
+    if (m_print_findings && result.exit_status == kToolFindingStatus)
+        std::fprintf(stderr, "device root: findings of the checked run:\n%s\n",
                      (result.tool_log.empty() ? result.standard_error : result.tool_log).c_str());
     return result;
 }
 
-} // namespace sandbox
+} // namespace sim

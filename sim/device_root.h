@@ -8,7 +8,9 @@
 #include <string_view>
 #include <vector>
 
-namespace sandbox {
+#include "installation.h"
+
+namespace sim {
 
 struct RunResult {
     int exit_status = -1;   // the status passed to exit(), or -1 after a signal
@@ -27,14 +29,10 @@ struct RunResult {
 
 // Exit status of a run in which the memory checker or a sanitizer found an
 // error, a leak or a descriptor left open; distinct from the collector's own
-// statuses 0 and 1, so that no test mistakes a finding for an outcome.
+// statuses 0 and 1, so that nobody mistakes a finding for an outcome.
 constexpr int kToolFindingStatus = 99;
 
-// Set in the environment of the test (not of the collector), this runs every
-// start of the collector under the memory checker.
-constexpr const char* kValgrindSwitch = "CRASH_DUMP_SANDBOX_VALGRIND";
-
-// A synthetic device: a directory tree that becomes "/" for the collector,
+// A simulated device: a directory tree that becomes "/" for the collector,
 // with fake /proc, /sys, /dev, /etc and /var files and the host's /usr bound
 // read-only so that the shell and the tools the dump script runs are there.
 // Only the program's own entries, /proc/self and /proc/<its pid>, are the
@@ -43,7 +41,10 @@ constexpr const char* kValgrindSwitch = "CRASH_DUMP_SANDBOX_VALGRIND";
 // running needs root.
 class DeviceRoot {
 public:
-    DeviceRoot();
+    // A fresh device in a temporary directory, removed with this object; or,
+    // given kept_root (which must not exist or be empty), a device there that
+    // stays for inspection.
+    explicit DeviceRoot(const Installation& installation, const std::string& kept_root = "");
     ~DeviceRoot();
     DeviceRoot(const DeviceRoot&) = delete;
     DeviceRoot& operator=(const DeviceRoot&) = delete;
@@ -62,9 +63,9 @@ public:
     void BindHostFile(std::string_view host_path, std::string_view inside);
     void UnbindHostFile(std::string_view inside);
 
-    // Loads a shared library into every dynamically linked program of the
+    // Loads the fake MTD driver into every dynamically linked program of the
     // device, through the dynamic loader's own preload file.
-    void Preload(const std::string& host_library);
+    void LoadMtdDriver();
 
     // Puts a tmpfs of the given size over a directory of the device, as a
     // small data partition would be. It is mounted in a private mount
@@ -84,7 +85,7 @@ public:
     // on the device, so that it can be killed together with its children.
     class Process {
     public:
-        Process(pid_t pid, std::string output_directory, std::string tool_log);
+        Process(pid_t pid, std::string output_directory, std::string tool_log, bool print_findings);
         Process(Process&& other) noexcept;
         Process& operator=(Process&&) = delete;
         ~Process();
@@ -93,6 +94,7 @@ public:
         RunResult Wait(std::chrono::seconds timeout = std::chrono::seconds(120));
         // Sends a signal to the program and everything it started.
         void Kill(int signal) const;
+        pid_t Id() const { return m_pid; }
 
     private:
         void ReadToolLog(RunResult& result) const;
@@ -100,6 +102,7 @@ public:
         pid_t m_pid;
         std::string m_output_directory;
         std::string m_tool_log; // host path of the memory checker's log, or empty
+        bool m_print_findings;
         std::chrono::steady_clock::time_point m_started;
     };
 
@@ -110,8 +113,22 @@ public:
 
     static constexpr const char* kCollector = "/crash-dump";
 
-    // The collector binary to run; defaults to the one this build produced.
+    // Kills whatever still runs inside the device: a program that the
+    // collector started in a process group of its own outlives the collector
+    // killed in its middle. Returns once they are gone.
+    void KillRemainingProcesses() const;
+
+    // The collector binary to run; defaults to the installation's.
     void SetProgram(std::string host_program) { m_program = std::move(host_program); }
+
+    // Runs every start of the collector under the memory checker. With
+    // print_findings, a run's findings also go to standard error when it
+    // ends, beside whatever the caller reports.
+    void CheckWithValgrind(bool print_findings)
+    {
+        m_valgrind = true;
+        m_print_findings = print_findings;
+    }
 
 private:
     struct Bind {
@@ -122,9 +139,13 @@ private:
     [[noreturn]] void EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const;
     void MountDevice() const;
 
-    std::string m_base;
+    std::string m_base;    // the runs' own files, removed with this object
     std::string m_root;
+    bool m_keep_root;
     std::string m_program;
+    std::string m_mtd_driver;
+    bool m_valgrind = false;
+    bool m_print_findings = false;
     std::vector<Bind> m_binds;
     std::vector<std::string> m_read_only;
     std::vector<std::string> m_tmpfs;   // host paths, unmounted on destruction
@@ -132,4 +153,4 @@ private:
     mutable unsigned m_runs = 0;
 };
 
-} // namespace sandbox
+} // namespace sim

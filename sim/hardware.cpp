@@ -1,13 +1,13 @@
 #include "hardware.h"
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 #include <utility>
-#include <fstream>
 
 #include <fmt/format.h>
 
-namespace sandbox {
+namespace sim {
 
 namespace {
 
@@ -28,23 +28,37 @@ void PutWord(std::fstream& memory, uint32_t address, uint32_t value)
 
 } // namespace
 
-MtdPartition FlashedPartition(const std::string& name, const std::string& image, uint32_t size,
+MtdPartition FlashedPartition(const std::string& name, const std::string& image, const FlashGeometry& geometry,
                               std::vector<uint32_t> bad_blocks)
 {
-    MtdPartition partition{name, std::string(size, '\xff')};
-    partition.bad_blocks = std::move(bad_blocks);
+    std::sort(bad_blocks.begin(), bad_blocks.end());
+    bad_blocks.erase(std::unique(bad_blocks.begin(), bad_blocks.end()), bad_blocks.end());
+    const auto is_bad = [&](uint64_t block) { return std::binary_search(bad_blocks.begin(), bad_blocks.end(), block); };
+
+    // The blocks the image takes, then as many as the bad blocks reach; an
+    // empty image leaves one erased block.
+    uint64_t blocks = 0;
+    for (size_t placed = 0; placed < image.size(); ++blocks) {
+        if (!is_bad(blocks))
+            placed += geometry.erase_size;
+    }
+    blocks = std::max<uint64_t>(blocks, 1);
+    if (!bad_blocks.empty())
+        blocks = std::max<uint64_t>(blocks, uint64_t{bad_blocks.back()} + 1);
+    if (blocks * geometry.erase_size > UINT32_MAX)
+        throw std::length_error("partition " + name + " would be 4 GiB or larger");
+
+    std::string content(blocks * geometry.erase_size, '\xff');
     size_t written = 0;
-    for (uint32_t block = 0; written < image.size(); ++block) {
-        const size_t offset = size_t{block} * partition.erase_size;
-        if (offset >= size)
-            throw std::length_error("image larger than the good blocks of " + name);
-        if (std::find(partition.bad_blocks.begin(), partition.bad_blocks.end(), block) != partition.bad_blocks.end())
+    for (uint64_t block = 0; written < image.size(); ++block) {
+        if (is_bad(block))
             continue;
-        const size_t chunk = std::min<size_t>(partition.erase_size, image.size() - written);
-        partition.content.replace(offset, chunk, image, written, chunk);
+        const size_t chunk = std::min<size_t>(geometry.erase_size, image.size() - written);
+        content.replace(block * geometry.erase_size, chunk, image, written, chunk);
         written += chunk;
     }
-    return partition;
+    return {name, std::move(content), geometry.erase_size, geometry.write_size, geometry.oob_size,
+            std::move(bad_blocks)};
 }
 
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
@@ -63,7 +77,7 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
     table += fmt::format("mtd{}: {:08x} {:08x} \"{}\"\n", index, partition.content.size(), partition.erase_size,
                          partition.name);
     device.WriteFile(kPartitionTable, table, 0444);
-    device.Preload(MTD_PRELOAD_LIBRARY);
+    device.LoadMtdDriver();
 }
 
 std::string MtdDevice(const DeviceRoot& device, const std::string& name)
@@ -86,4 +100,4 @@ void SetSiliconRegisters(const DeviceRoot& device, uint32_t digprog, uint32_t sb
     PutWord(memory, kSbmr2Address, sbmr2);
 }
 
-} // namespace sandbox
+} // namespace sim

@@ -6,10 +6,17 @@
 
 #include "device_root.h"
 
-namespace sandbox {
+namespace sim {
 
-// A raw NAND partition of a test device, as the kernel's MTD driver would
-// present it.
+// The NAND chip's geometry, the same for every partition.
+struct FlashGeometry {
+    uint32_t erase_size = 128 * 1024;
+    uint32_t write_size = 2048;
+    uint32_t oob_size = 64;
+};
+
+// A raw NAND partition of a simulated device, as the kernel's MTD driver
+// presents it.
 struct MtdPartition {
     std::string name;
     std::string content; // the whole partition; its length is the partition size
@@ -19,9 +26,11 @@ struct MtdPartition {
     std::vector<uint32_t> bad_blocks = {};
 };
 
-// A partition of size bytes holding image as a flashing tool writes it: block
-// by block, stepping over the bad blocks, with erased flash after it.
-MtdPartition FlashedPartition(const std::string& name, const std::string& image, uint32_t size,
+// A partition holding image as a flashing tool writes it: block by block,
+// stepping over the bad blocks, the rest of its last block erased. It ends
+// with the last block that the image or a bad block takes; throws
+// std::length_error when that is 4 GiB or more.
+MtdPartition FlashedPartition(const std::string& name, const std::string& image, const FlashGeometry& geometry,
                               std::vector<uint32_t> bad_blocks);
 
 // Adds the partition as the next /dev/mtdN with its geometry, lists it in
@@ -37,4 +46,4 @@ std::string MtdDevice(const DeviceRoot& device, const std::string& name);
 // and boot mode register 2 at their addresses; everything else reads 0.
 void SetSiliconRegisters(const DeviceRoot& device, uint32_t digprog, uint32_t sbmr2);
 
-} // namespace sandbox
+} // namespace sim

@@ -1,31 +1,65 @@
 #pragma once
 
-#include <cstddef>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "device_root.h"
+#include "hardware.h"
 
-namespace sandbox {
+namespace sim {
 
-// Both scenarios have a production player's identity: a board file naming
-// its SoC and a boot loader environment in NAND with a manufacturing record.
+// A file or a directory that a scenario puts into the device as it stands.
+struct RootEntry {
+    bool directory = false;
+    std::string content;
+    mode_t mode = 0644;
+};
 
-// A device whose previous run ended normally: power-on reset, no core kept,
-// no panic, no dump requested.
-void PrepareCleanBoot(DeviceRoot& device);
+// A raw NAND partition: the image as a flashing tool writes it, laid over the
+// good blocks in order.
+struct FlashImage {
+    std::string image;
+    std::vector<uint32_t> bad_blocks = {};
+    // The partition lacks the kernel's writeable flag: opening it for writing
+    // fails with EACCES.
+    bool read_only = false;
+};
 
-// A device that was reset by its watchdog after the player asserted: the
-// kernel kept a core image and its log.
-void PrepareCrashedDevice(DeviceRoot& device);
+// The SoC's identification registers, as /dev/mem shows them.
+struct SocRegisters {
+    uint32_t digprog = 0;
+    uint32_t sbmr2 = 0;
+};
 
-// What the crashed device's identity files and partitions hold, for tests
-// that check the dump against them.
-constexpr const char* kRescueVersion = "4.9.337-lumora-rescue-2.3";
-constexpr const char* kSystemVersion = "9.0.112";
-constexpr const char* kImageName = "signage-player-release";
+// Everything a device shows the collector at boot: what its previous run left
+// and who it is. Built in code, or loaded from a scenario directory (see
+// sim/README.md), which holds the same parts as plain files.
+struct Scenario {
+    std::string description; // one line
+    // Paths inside the device ("/proc/boardid"), written in path order, so
+    // that a directory comes before what it holds.
+    std::map<std::string, RootEntry> root;
+    // The boot loader's reset-cause word; none: the property is missing.
+    std::optional<uint32_t> reset_causes;
+    FlashGeometry geometry;
+    // By partition name; /proc/mtd lists them in this order.
+    std::map<std::string, FlashImage> flash;
+    SocRegisters soc;
 
-// Bytes that compress to nothing and parse as nothing, the same on every call
-// (so that a failure repeats): what a worn flash or a wild write leaves.
-std::string RandomBytes(size_t size);
+    void SetFile(const std::string& inside, std::string content, mode_t mode = 0644)
+    {
+        root[inside] = RootEntry{false, std::move(content), mode};
+    }
+};
 
-} // namespace sandbox
+// Makes the device show the scenario: its files, the reset-cause property,
+// the partitions in /proc/mtd (replacing any listed before) and the SoC's
+// registers in /dev/mem.
+void Apply(const Scenario& scenario, DeviceRoot& device);
+
+} // namespace sim

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-namespace sandbox {
+namespace sim {
 
 // zlib's CRC, not the collector's: the images check the collector's own.
 std::string WithCrc(const std::string& bytes)
@@ -30,4 +30,4 @@ std::string UbootEnvironmentImage(const std::vector<std::pair<std::string, std::
     return WithCrc(entries);
 }
 
-} // namespace sandbox
+} // namespace sim

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace sandbox {
+namespace sim {
 
 // Prefixes bytes with their CRC-32 (the zlib and Ethernet one), little-endian,
 // as the boot loader stores its environment.
@@ -17,4 +17,4 @@ std::string WithCrc(const std::string& bytes);
 std::string UbootEnvironmentImage(const std::vector<std::pair<std::string, std::string>>& variables,
                                   size_t block_size);
 
-} // namespace sandbox
+} // namespace sim

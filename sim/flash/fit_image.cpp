@@ -4,7 +4,7 @@
 #include <boost/iostreams/filter/gzip.hpp>
 #include <boost/iostreams/filtering_stream.hpp>
 
-namespace sandbox {
+namespace sim {
 
 // ---- Rescue kernel: FIT images (flattened device trees) ----
 
@@ -173,4 +173,4 @@ std::string Gzip(const std::string& bytes)
 
 // ---- end of FIT images ----
 
-} // namespace sandbox
+} // namespace sim

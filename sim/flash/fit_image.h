@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
-// Partition images for the synthetic device and for the unit tests that read
+// Partition images for the simulated device and for the unit tests that read
 // them. Each kind of image has its own block below.
-namespace sandbox {
+namespace sim {
 
 // ---- Rescue kernel: FIT images (flattened device trees) ----
 
@@ -66,4 +66,4 @@ std::string Gzip(const std::string& bytes);
 
 // ---- end of FIT images ----
 
-} // namespace sandbox
+} // namespace sim

@@ -1,4 +1,4 @@
-/* A stand-in for the kernel's MTD character driver, for tests. Plain image
+/* A stand-in for the kernel's MTD character driver. Plain image
  * files play the devices: a file whose name has a sidecar "<image>.geometry"
  * ("erasesize writesize oobsize" followed by the indexes of the bad blocks)
  * answers the MTD requests the way the driver does; spare areas live in
@@ -6,9 +6,9 @@
  * looked for in $FAKE_MTD_DIR, or "/dev" when it is not set. Every other
  * request, and every other file, goes to the C library untouched.
  *
- * Loaded with LD_PRELOAD (or the loader's preload file) into programs of a
- * test device, and linked straight into unit tests, whose own definition of
- * ioctl then takes the place of the C library's. */
+ * Loaded through the loader's preload file into the programs of a simulated
+ * device, and linked straight into unit tests, whose own definition of ioctl
+ * then takes the place of the C library's. */
 
 #define _GNU_SOURCE
 /* 32-bit builds: without 64-bit file offsets, readdir() gives up on a

@@ -10,7 +10,6 @@
 
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
@@ -47,7 +46,7 @@ std::map<std::string, std::string> ParseInfo(const std::string& text)
 // partition, the crash from the preserved kernel log.
 class CompleteDumpTest : public sandbox::SandboxTest {
 protected:
-    CompleteDumpTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+    CompleteDumpTest() : SandboxTest("watchdog-crash") {}
 
     void SetUp() override
     {
@@ -56,7 +55,7 @@ protected:
             m_result = m_device.Run();
     }
 
-    sandbox::RunResult m_result;
+    sim::RunResult m_result;
 };
 
 TEST_F(CompleteDumpTest, ReportsOnlyWhatItCouldNotRead)
@@ -83,17 +82,17 @@ TEST_F(CompleteDumpTest, InfoCarriesEveryFactOfTheDevice)
         {"eth_mac", "90:ac:3f:1a:2b:3c"},
         {"family", "corvan"},
         {"hwrev", "2"},
-        {"image_name", sandbox::kImageName},
+        {"image_name", "signage-player-release"},
         {"lmplay", "playing presentation 'lobby'"},
         {"model", "corvan"},
         {"process", "player"},
-        {"rescue", sandbox::kRescueVersion},
+        {"rescue", "4.9.337-lumora-rescue-2.3"},
         {"reset", "watchdog_reset"},
         {"reset_flag_strings", "watchdog_reset"},
         {"reset_flags", "0x10"},
-        {"run", sandbox::kSystemVersion},
+        {"run", "9.0.112"},
         {"script_hash", "9f86d081884c7d65"},
-        {"script_name", "lobby.brs"},
+        {"script_name", "lobby.script"},
         {"serial", "D4E91K002317"},
         {"soc", "i.MX6ULZ"},
         {"td", "0"},

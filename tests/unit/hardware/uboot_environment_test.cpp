@@ -12,7 +12,7 @@
 namespace {
 
 using Variables = std::map<std::string, std::string>;
-using sandbox::WithCrc;
+using sim::WithCrc;
 
 constexpr uint32_t kBlock = 4096;
 
@@ -95,8 +95,8 @@ class FirstGoodBlockTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_nand->Fill(0, sandbox::UbootEnvironmentImage({{"where", "first"}}, kBlock));
-        m_nand->Fill(kBlock, sandbox::UbootEnvironmentImage({{"where", "second"}}, kBlock));
+        m_nand->Fill(0, sim::UbootEnvironmentImage({{"where", "first"}}, kBlock));
+        m_nand->Fill(kBlock, sim::UbootEnvironmentImage({{"where", "second"}}, kBlock));
     }
 
     std::shared_ptr<test_support::MemoryNand> m_nand = test_support::MemoryNand::Make(kBlock, 3);
