@@ -138,9 +138,11 @@ void ShowRun(const RunResult& result)
         : fmt::format("exit status {}", result.exit_status);
     Section(fmt::format("{}, {:.0f} ms, peak {} KiB (with its children {} KiB)", ending, result.wall_seconds * 1000,
                         result.own_peak_kib, result.max_rss_kib));
-    if (!result.tool_log.empty()) {
-        Section(result.exit_status == kToolFindingStatus ? "valgrind's findings" : "valgrind found nothing");
+    if (result.exit_status == kToolFindingStatus) {
+        Section("valgrind's findings");
         fmt::print("{}", result.tool_log);
+    } else if (!result.tool_log.empty()) {
+        Section("valgrind found nothing");
     }
 }
 
