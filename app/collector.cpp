@@ -8,19 +8,20 @@
 #include "app/dump_collection.h"
 #include "app/info_file.h"
 #include "app/paths.h"
+#include "app/ready_marker.h"
 #include "hardware/hardware_config.h"
-#include "platform/posix_helpers.h"
 #include "platform/print.h"
 
 namespace {
 
 // Archive, info file, then the empty ready marker: whoever sees the marker may
-// rely on the other two being complete.
+// rely on the other two being complete, each synced before the next step.
 void WriteDump(const CrashInfo& record)
 {
     CollectDump(record, paths::kArchive);
     WriteInfoFile(record, paths::kInfoFile);
-    WriteFile(paths::kReadyMarker, "", 0, 0666);
+    SyncInfoFile();
+    PublishReadyMarker();
 }
 
 } // namespace

@@ -16,10 +16,11 @@ DeviceIdentity ReadDeviceIdentity()
     DeviceIdentity identity;
     identity.model = config.GetOemModel().empty() ? config.GetFamily() : config.GetOemModel();
     identity.wired_mac = config.GetWiredMacAddress();
-    // No hardware flag is known to mean "has wireless"; the configuration
-    // gives an address only where the boot loader records one or a wireless
-    // interface exists, which is the same question answered by the hardware.
-    identity.wireless_mac = config.GetWirelessMacAddress();
+    // A board without a radio may still carry a wireless address in its
+    // manufacturing record, or a USB dongle may bring a "wlan0": neither is
+    // the device's own wireless.
+    if (config.HasWireless())
+        identity.wireless_mac = config.GetWirelessMacAddress();
     identity.serial = config.GetSerialNumber();
     identity.hardware_revision = config.GetHardwareRevision();
     identity.board_id = config.GetBoardId();

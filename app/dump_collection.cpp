@@ -12,6 +12,7 @@
 
 #include "app/info_file.h"
 #include "app/paths.h"
+#include "app/ready_marker.h"
 #include "platform/errno_exception.h"
 #include "platform/print.h"
 #include "platform/spawn_process.h"
@@ -60,6 +61,8 @@ void CollectDump(const CrashInfo& info, const std::string& archive_path)
     if (mkdir(paths::kStagingDirectory, 0700) != 0)
         throw ErrnoException(errno, paths::kStagingDirectory);
     WriteInfoFile(info, paths::kStagedInfo);
+    // From here on the earlier dump is rewritten: it is no longer handed off.
+    WithdrawReadyMarker();
     PackStagingDirectory(archive_path);
     RemoveStagingDirectory();
     // The archive must be on the storage before the ready marker says so.

@@ -12,6 +12,7 @@ constexpr const char* kLock = "/var/lock/crash-dump-complete";
 
 // The three outputs, written in this order; the empty ready marker last means
 // the other two are complete.
+constexpr const char* kOutputDirectory = "/var/lib/lumora/crash-dump";
 constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2";
 constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
 constexpr const char* kReadyMarker = "/var/lib/lumora/crash-dump/crash-dump.ready";

@@ -39,9 +39,9 @@ const char* const kMatching[] = {
     "LMPLAY: playing presentation 'lobby'",
     "Requesting crash at web user request.",
     "ScriptHash: 9f86d081884c7d65",
-    "ScriptName: lobby.brs",
-    "ScriptRuntimeError: Type mismatch. (runtime error &h18) in lobby.brs(42)",
-    "ScriptLoadError: Syntax error. (compile error &h02) in menu.brs(7)",
+    "ScriptName: lobby.script",
+    "ScriptRuntimeError: runtime error 24 in lobby.script line 42",
+    "ScriptLoadError: compile error 2 in menu.script line 7",
 };
 
 std::string GenerateLog()

@@ -73,6 +73,10 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
         geometry += fmt::format(" {}", block);
     device.WriteFile(path, partition.content, 0600);
     device.WriteFile(path + ".geometry", geometry + "\n");
+    if (partition.read_only)
+        device.WriteFile(path + ".ro", "");
+    else
+        device.Remove(path + ".ro");
 
     table += fmt::format("mtd{}: {:08x} {:08x} \"{}\"\n", index, partition.content.size(), partition.erase_size,
                          partition.name);

@@ -24,6 +24,8 @@ struct MtdPartition {
     uint32_t write_size = 2048;
     uint32_t oob_size = 64;
     std::vector<uint32_t> bad_blocks = {};
+    // Without the kernel's writeable flag: opening it for writing fails.
+    bool read_only = false;
 };
 
 // A partition holding image as a flashing tool writes it: block by block,
@@ -39,7 +41,8 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);
 
 // The device node inside the device ("/dev/mtd1") of a partition that
 // AddMtdPartition added. Writing it changes what the driver reads; its
-// ".geometry" sidecar holds the geometry and the bad blocks.
+// ".geometry" sidecar holds the geometry and the bad blocks, a ".ro" sidecar
+// write-protects it.
 std::string MtdDevice(const DeviceRoot& device, const std::string& name);
 
 // A physical memory ("/dev/mem") holding the SoC's digital-program register

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -13,13 +14,13 @@ namespace {
 
 constexpr const char* kPartition = "flash0.nvram";
 
-BootloaderEnvironment LoadEnvironment()
+// Nothing when the partition cannot be read or holds no valid image.
+std::optional<BootloaderEnvironment> LoadEnvironment()
 {
     try {
         return ReadFirstGoodBlock(OpenNandPartition(kPartition), ParseUbootEnvironment);
     } catch (...) {
-        tessel::print(stderr, "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n");
-        return {};
+        return std::nullopt;
     }
 }
 
@@ -48,10 +49,13 @@ BootloaderEnvironment GetBootloaderEnvironment()
 
     std::lock_guard<std::mutex> lock(mutex);
     if (!loaded) {
-        environment = LoadEnvironment();
-        // Set after a failure too: the corrupt-environment warning is given
-        // once per process, not once per question.
+        const std::optional<BootloaderEnvironment> read = LoadEnvironment();
+        environment = read.value_or(BootloaderEnvironment{});
+        // Cached before the warning: it is given once per process, not once
+        // per question, even when printing it throws.
         loaded = true;
+        if (!read)
+            tessel::print(stderr, "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n");
     }
     return environment;
 }

@@ -14,6 +14,10 @@
 // it through tessel::Singleton<HardwareConfig>::GetInstance().
 class HardwareConfig : public tessel::Singleton<HardwareConfig> {
 public:
+    // Hardware flag bits, as the factory programs them into LM_HWFLAGS.
+    // Consumers test masks; an absent LM_HWFLAGS sets every bit.
+    static constexpr uint64_t kFlagWireless = uint64_t{1} << 2; // the board carries a radio
+
     // Where the facts come from: the device's own by default, anything a
     // test provides otherwise.
     struct Sources {
@@ -37,6 +41,7 @@ public:
 
     uint32_t GetBoardId() const { return m_board.board_id; }
     uint64_t GetHardwareFlags() const { return m_hardware_flags; }
+    bool HasWireless() const { return (m_hardware_flags & kFlagWireless) != 0; }
     const std::string& GetFamily() const { return m_board.family; }
     const std::string& GetOemId() const { return m_oem_id; }
     const std::string& GetOemModel() const { return m_oem_model; }

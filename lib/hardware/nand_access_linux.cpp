@@ -17,10 +17,25 @@
 #include "platform/errno_exception.h"
 #include "platform/posix_helpers.h"
 
+namespace {
+
 // Synchronous writes: a write that returned is on the flash, so a power cut
-// right after updating the environment cannot lose it.
-LinuxNandAccessImpl::LinuxNandAccessImpl(const std::string& device, size_t size)
-    : m_fd(::open(device.c_str(), O_RDWR | O_CLOEXEC | O_SYNC))
+// right after updating the environment cannot lose it. Device makers
+// write-protect the partitions this program reads (the "ro" flag of an
+// mtdparts entry clears MTD_WRITEABLE) and the driver then refuses to open
+// them for writing; reading is all such a partition offers, and the driver
+// itself refuses anything else on that descriptor.
+int OpenMtdDevice(const std::string& device)
+{
+    const int fd = ::open(device.c_str(), O_RDWR | O_CLOEXEC | O_SYNC);
+    if (fd >= 0 || (errno != EACCES && errno != EROFS))
+        return fd;
+    return ::open(device.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+} // namespace
+
+LinuxNandAccessImpl::LinuxNandAccessImpl(const std::string& device, size_t size) : m_fd(OpenMtdDevice(device))
 {
     if (!m_fd.valid())
         throw ErrnoException(errno, device);

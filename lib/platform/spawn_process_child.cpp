@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 #include "platform/async_signals.h"
 #include "platform/errno_exception.h"
@@ -33,11 +34,24 @@ bool AdjustCpuSetVariantB(cpu_set_t&)
     return false;
 }
 
+// The child's last words before _exit. When even the fallback report cannot
+// be written (standard error closed, the kernel log out of reach), print
+// throws; that exception must die here, or it would carry the child back into
+// the parent's code past Execute.
+template <typename... Args>
+void ReportQuietly(fmt::format_string<Args...> format, Args&&... args) noexcept
+{
+    try {
+        tessel::print(stderr, format, std::forward<Args>(args)...);
+    } catch (...) {
+    }
+}
+
 // A standard stream that cannot be set up ends the child with status 1 and a
 // message of its own.
 [[noreturn]] void ExitWithError(fmt::format_string<char*> message)
 {
-    tessel::print(stderr, message, std::strerror(errno));
+    ReportQuietly(message, std::strerror(errno));
     _exit(1);
 }
 
@@ -154,6 +168,6 @@ void SpawnProcess::ReportChildFailure(const char* reason) const
             ExitWithError("Failed to dup to stderr: {}\n");
         CloseUnlessStandard(kmsg);
     }
-    tessel::print(stderr, "SpawnProcess child '{}' failed: {}\n", m_program, reason);
+    ReportQuietly("SpawnProcess child '{}' failed: {}\n", m_program, reason);
     _exit(127);
 }

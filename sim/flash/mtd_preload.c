@@ -2,9 +2,13 @@
  * files play the devices: a file whose name has a sidecar "<image>.geometry"
  * ("erasesize writesize oobsize" followed by the indexes of the bad blocks)
  * answers the MTD requests the way the driver does; spare areas live in
- * "<image>.oob" (oobsize bytes a page; absent bytes read 0xff). Images are
- * looked for in $FAKE_MTD_DIR, or "/dev" when it is not set. Every other
- * request, and every other file, goes to the C library untouched.
+ * "<image>.oob" (oobsize bytes a page; absent bytes read 0xff). An image
+ * with a "<image>.ro" sidecar is write-protected, as a partition whose
+ * MTD_WRITEABLE flag the kernel cleared: opening it for writing fails with
+ * EACCES, and the requests that change the flash fail with EPERM on a
+ * descriptor opened for reading. Images are looked for in $FAKE_MTD_DIR, or
+ * "/dev" when it is not set. Every other request, and every other file, goes
+ * to the C library untouched.
  *
  * Loaded through the loader's preload file into the programs of a simulated
  * device, and linked straight into unit tests, whose own definition of ioctl
@@ -42,16 +46,28 @@ struct fake_mtd {
 };
 
 typedef int (*ioctl_function)(int, unsigned long, ...);
+typedef int (*open_function)(const char*, int, ...);
+
+static const char* image_directory(void)
+{
+    const char* directory = getenv("FAKE_MTD_DIR");
+    return directory != NULL ? directory : "/dev";
+}
+
+/* Through a data pointer: ISO C has no cast from object to function
+ * pointers. */
+static void* next_symbol(const char* name, void* function, size_t size)
+{
+    void* symbol = dlsym(RTLD_NEXT, name);
+    memcpy(function, &symbol, size);
+    return symbol;
+}
 
 static int real_ioctl(int fd, unsigned long request, void* argument)
 {
     static ioctl_function next;
-    if (next == NULL) {
-        /* Through a data pointer: ISO C has no cast from object to function
-         * pointers. */
-        void* symbol = dlsym(RTLD_NEXT, "ioctl");
-        memcpy(&next, &symbol, sizeof next);
-    }
+    if (next == NULL)
+        next_symbol("ioctl", &next, sizeof next);
     return next(fd, request, argument);
 }
 
@@ -71,10 +87,7 @@ static int fail(int error)
  * geometry sidecar. Returns 0 when fd is not one of them. */
 static int find_image(int fd, struct fake_mtd* mtd)
 {
-    const char* directory = getenv("FAKE_MTD_DIR");
-    if (directory == NULL)
-        directory = "/dev";
-
+    const char* directory = image_directory();
     struct stat opened;
     if (fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode))
         return 0;
@@ -204,6 +217,58 @@ static int erase_request(int fd, const struct fake_mtd* mtd, const struct erase_
     return 0;
 }
 
+static int is_write_protected(const char* path)
+{
+    const char* directory = image_directory();
+    const size_t length = strlen(directory);
+    if (strncmp(path, directory, length) != 0 || path[length] != '/')
+        return 0;
+    char sidecar[PATH_MAX];
+    if (snprintf(sidecar, sizeof sidecar, "%s.ro", path) >= (int)sizeof sidecar)
+        return 0;
+    return access(sidecar, F_OK) == 0;
+}
+
+static int open_image(const char* name, open_function* next, const char* path, int flags, va_list arguments)
+{
+    if (*next == NULL)
+        next_symbol(name, next, sizeof *next);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;
+    if ((flags & O_ACCMODE) != O_RDONLY && is_write_protected(path))
+        return fail(EACCES);
+    return (*next)(path, flags, mode);
+}
+
+/* Both entry points by their link names: with 64-bit file offsets the
+ * C library's header turns every "open" in this file into "open64". */
+int open_entry(const char* path, int flags, ...) __asm__("open");
+int open64_entry(const char* path, int flags, ...) __asm__("open64");
+
+int open_entry(const char* path, int flags, ...)
+{
+    static open_function next;
+    va_list arguments;
+    va_start(arguments, flags);
+    const int fd = open_image("open", &next, path, flags, arguments);
+    va_end(arguments);
+    return fd;
+}
+
+int open64_entry(const char* path, int flags, ...)
+{
+    static open_function next;
+    va_list arguments;
+    va_start(arguments, flags);
+    const int fd = open_image("open64", &next, path, flags, arguments);
+    va_end(arguments);
+    return fd;
+}
+
+static int changes_flash(unsigned long request)
+{
+    return request == MEMSETBADBLOCK || request == MEMERASE || request == MEMWRITEOOB;
+}
+
 int ioctl(int fd, unsigned long request, ...)
 {
     va_list arguments;
@@ -216,6 +281,8 @@ int ioctl(int fd, unsigned long request, ...)
         return real_ioctl(fd, request, argument);
     if (!read_geometry(&mtd))
         return fail(EIO);
+    if (changes_flash(request) && (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY)
+        return fail(EPERM);
 
     switch (request) {
     case MEMGETINFO: {

@@ -9,7 +9,9 @@
 #include <string>
 
 #include "device_root.h"
+#include "environment_image.h"
 #include "sandbox_test.h"
+#include "scenario.h"
 
 namespace {
 
@@ -120,6 +122,47 @@ TEST_F(CompleteDumpTest, TwoDumpsDifferInTheirSalt)
     const std::string first = ParseInfo(m_device.ReadFile(kInfo))["salt"];
     ASSERT_EQ(m_device.Run().exit_status, 0);
     EXPECT_NE(ParseInfo(m_device.ReadFile(kInfo))["salt"], first);
+}
+
+// Device makers write-protect the partitions the collector reads; the
+// identity and the rescue version must not depend on opening them for writing.
+using WriteProtectedFlashTest = sandbox::SandboxTest;
+
+TEST_F(WriteProtectedFlashTest, DumpKeepsTheIdentityAndRescueVersion)
+{
+    sim::Scenario scenario = sandbox::BuiltInScenario("watchdog-crash");
+    for (const char* partition : {"flash0.nvram", "flash0.rescue"})
+        scenario.flash[partition].read_only = true;
+    sim::Apply(scenario, m_device);
+
+    const auto result = m_device.Run();
+
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.standard_error, "Reset causes: 0x10 watchdog_reset\nPost-mortem crash dump generated.\n");
+    auto info = ParseInfo(m_device.ReadFile(kInfo));
+    EXPECT_EQ(info["serial"], "D4E91K002317");
+    EXPECT_EQ(info["eth_mac"], "90:ac:3f:1a:2b:3c");
+    EXPECT_EQ(info["wifi_mac"], "90:ac:3f:1a:2b:3d");
+    EXPECT_EQ(info["rescue"], "4.9.337-lumora-rescue-2.3");
+}
+
+// The manufacturing record carries a wireless address, but the flags say the
+// board has no radio.
+using WirelessFlagTest = sandbox::SandboxTest;
+
+TEST_F(WirelessFlagTest, BoardWithoutRadioReportsNoWirelessAddress)
+{
+    sim::Scenario scenario = sandbox::BuiltInScenario("watchdog-crash");
+    scenario.flash["flash0.nvram"].image = sim::UbootEnvironmentImage(
+        {{"LM_FORMAT", "1"}, {"LM_HWFLAGS", "0x3"}, {"LM_WLAN0_HWADDR", "90:AC:3F:1A:2B:3D"}}, 128 * 1024);
+    sim::Apply(scenario, m_device);
+
+    const auto result = m_device.Run();
+
+    EXPECT_EQ(result.exit_status, 0);
+    auto info = ParseInfo(m_device.ReadFile(kInfo));
+    EXPECT_EQ(info.count("wifi_mac"), 1u);
+    EXPECT_EQ(info["wifi_mac"], "");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -123,9 +124,45 @@ TEST_F(OutputFaultTest, OutputFillingUpDuringTheArchiveStillCountsAsCollected)
     EXPECT_FALSE(m_device.Exists(kStaging));
 }
 
-// A run cut off while packing leaves no ready marker, and its staging
-// directory goes with the volatile /var/run at the next boot.
-TEST_F(OutputFaultTest, RunKilledMidDumpDoesNotStopTheNextBoot)
+// An earlier dump still waits for its upload: archive, info file, marker.
+class EarlierDumpTest : public OutputFaultTest {
+protected:
+    void SetUp() override
+    {
+        OutputFaultTest::SetUp();
+        if (IsSkipped())
+            return;
+        m_device.WriteFile(kArchive, "earlier archive");
+        m_device.WriteFile(kInfoFile, "earlier info\n");
+        m_device.WriteFile(kReadyMarker, "");
+    }
+
+    void ExpectEarlierDump(bool marked) const
+    {
+        EXPECT_EQ(m_device.ReadFile(kArchive), "earlier archive");
+        EXPECT_EQ(m_device.ReadFile(kInfoFile), "earlier info\n");
+        EXPECT_EQ(m_device.Exists(kReadyMarker), marked);
+    }
+};
+
+// A leftover of an interrupted run fails this one before it touches anything.
+TEST_F(EarlierDumpTest, StagingLeftoverKeepsTheEarlierDumpHandedOff)
+{
+    m_device.MakeDirectory(kStaging);
+
+    const sim::RunResult result = m_device.Run();
+
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_THAT(result.standard_error,
+                EndsWith("crash-dump caught exception: /var/run/crash-dump/new: File exists (17)\n"));
+    ExpectEarlierDump(true);
+}
+
+// The marker goes before the archive is rewritten, so no power cut can leave
+// it beside a half-written archive. A run cut off while packing leaves no
+// marker, and its staging directory goes with the volatile /var/run at the
+// next boot.
+TEST_F(EarlierDumpTest, RunKilledBeforeTarLeavesNothingHandedOffAndDoesNotStopTheNextBoot)
 {
     // A core image that never ends: the dump script blocks reading it.
     m_device.Remove(kCoreImage);
@@ -133,9 +170,10 @@ TEST_F(OutputFaultTest, RunKilledMidDumpDoesNotStopTheNextBoot)
 
     sim::DeviceRoot::Process run = m_device.Start();
     ASSERT_TRUE(WaitFor([&] { return m_device.Exists(std::string(kStaging) + "/info"); }, std::chrono::seconds(60)));
+    EXPECT_TRUE(WaitFor([&] { return !m_device.Exists(kReadyMarker); }, std::chrono::seconds(10)));
     run.Kill(SIGKILL);
     EXPECT_EQ(run.Wait().signal, SIGKILL);
-    EXPECT_FALSE(m_device.Exists(kReadyMarker));
+    ExpectEarlierDump(false);
 
     // The next boot: /var/run is volatile, and the system image makes its
     // directory again.
@@ -148,10 +186,24 @@ TEST_F(OutputFaultTest, RunKilledMidDumpDoesNotStopTheNextBoot)
 
     EXPECT_EQ(next.exit_status, 0) << next.standard_error;
     EXPECT_THAT(next.standard_error, EndsWith(kDump));
-    EXPECT_TRUE(m_device.Exists(kInfoFile));
     EXPECT_TRUE(m_device.Exists(kReadyMarker));
     EXPECT_THAT(ArchiveMembers(m_device.Path(kArchive)),
                 IsSupersetOf({"./info", "./ltcore", "./dmesg", "./lastkmsg"}));
+}
+
+// A marker that is a link is replaced, not written through.
+TEST_F(EarlierDumpTest, StaleMarkerLinkIsReplacedByAnEmptyFile)
+{
+    m_device.Remove(kReadyMarker);
+    ASSERT_EQ(symlink("/etc/lumora-version", m_device.Path(kReadyMarker).c_str()), 0);
+
+    EXPECT_EQ(m_device.Run().exit_status, 0);
+
+    struct stat marker {};
+    ASSERT_EQ(lstat(m_device.Path(kReadyMarker).c_str(), &marker), 0);
+    EXPECT_TRUE(S_ISREG(marker.st_mode));
+    EXPECT_EQ(marker.st_size, 0);
+    EXPECT_EQ(m_device.ReadFile("/etc/lumora-version"), "9.0.112");
 }
 
 } // namespace

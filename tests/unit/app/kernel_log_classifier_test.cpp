@@ -53,7 +53,7 @@ const LogCase kPatterns[] = {
     {"player", "6,5,5,-;LMPLAY: playing presentation 'lobby'\n", {{"lmplay", "playing presentation 'lobby'"}}},
     {"forced", "6,12,4,-;Requesting crash at web user request.\n", {{"forced", "1"}}},
     {"script_hash", "6,1,1,-;ScriptHash: 9f86d081\n", {{"script_hash", "9f86d081"}}},
-    {"script_name", "6,1,1,-;ScriptName: lobby.brs\n", {{"script_name", "lobby.brs"}}},
+    {"script_name", "6,1,1,-;ScriptName: lobby.script\n", {{"script_name", "lobby.script"}}},
     {"script_runtime_error", "6,1,1,-;ScriptRuntimeError: a\\x0ab\n", {{"script_runtime_error", "a\\x0ab"}}},
     {"script_load_error", "6,1,1,-;ScriptLoadError: bad file\n", {{"script_load_error", "bad file"}}},
     {"empty_capture_is_a_match", "6,1,1,-;LMPLAY: \n", {{"lmplay", ""}}},

@@ -151,6 +151,17 @@ INSTANTIATE_TEST_SUITE_P(
         FlagCase{"QX610 rules only set bits", {{"LM_OEM_MODEL", "QX610"}, {"LM_HWREV", "4"}}, UINT64_MAX, false}),
     test_support::NameFromWhat());
 
+TEST_F(HardwareConfigTest, WirelessOnlyWhereTheFlagsSaySo)
+{
+    const std::pair<const char*, bool> cases[] = {{"0x4", true}, {"0x3", false}, {"0", false}, {nullptr, true}};
+    for (const auto& [flags, wireless] : cases) {
+        m_variables.erase("LM_HWFLAGS");
+        if (flags != nullptr)
+            m_variables["LM_HWFLAGS"] = flags;
+        Construct([&](const HardwareConfig& config) { EXPECT_EQ(config.HasWireless(), wireless) << (flags ? flags : "absent"); });
+    }
+}
+
 TEST_F(HardwareConfigTest, IdentityFromTheRecord)
 {
     m_variables.insert({{"LM_SERIAL", "D4E91K002317"},

@@ -103,6 +103,30 @@ TEST_F(LinuxNandAccessTest, OpeningFailures)
     EXPECT_THROW(LinuxNandAccessImpl(m_directory + "/plain", kErase), ErrnoException);
 }
 
+// The driver refuses a read-write open of a write-protected partition; what
+// can be read still is, and whatever would change the flash is the driver's
+// refusal, not a silent success.
+TEST_F(LinuxNandAccessTest, WriteProtectedPartitionReadsButRefusesChanges)
+{
+    std::ofstream(Device() + ".ro").close();
+    SetBadBlocks("2");
+    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
+
+    char buffer[4] = {};
+    EXPECT_EQ(nand.Read(kErase, buffer, sizeof buffer), sizeof buffer);
+    EXPECT_EQ(std::string(buffer, sizeof buffer), "BBBB");
+    EXPECT_TRUE(nand.IsBadBlock(2 * kErase));
+    EXPECT_TRUE(nand.IsSpareAreaErased(0));
+
+    std::vector<uint8_t> spare(kOob, 0);
+    EXPECT_THROW(nand.Write(0, "x", 1), ErrnoException);
+    EXPECT_THROW(nand.EraseBlock(0), ErrnoException);
+    EXPECT_THROW(nand.MarkBadBlock(0), ErrnoException);
+    EXPECT_THROW(nand.WriteSpareArea(0, spare.data(), spare.size()), ErrnoException);
+    EXPECT_EQ(Block(0), std::string(kErase, 'A'));
+    EXPECT_FALSE(nand.IsBadBlock(0));
+}
+
 TEST_F(LinuxNandAccessTest, SizeLimitOffTheEraseBlocksAborts)
 {
     EXPECT_DEATH(

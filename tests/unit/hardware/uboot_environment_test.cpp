@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <map>
 #include <string>
 
@@ -129,6 +132,26 @@ TEST_F(FirstGoodBlockTest, AllBlocksBad)
     }
     EXPECT_FALSE(parsed);
     EXPECT_EQ(m_nand->BytesRead(), 0u);
+}
+
+// This test program has no NAND partitions, so the environment reads as
+// corrupt. A warning that cannot be printed still counts as given.
+TEST(BootloaderEnvironmentDeathTest, CorruptWarningAtMostOncePerProcess)
+{
+    EXPECT_EXIT(
+        {
+            const int saved = dup(STDERR_FILENO);
+            close(STDERR_FILENO);
+            try {
+                GetBootloaderEnvironment();
+            } catch (...) {
+            }
+            dup2(saved, STDERR_FILENO);
+            EXPECT_TRUE(GetBootloaderEnvironment().variables.empty());
+            std::fputs("asked twice\n", stderr);
+            _exit(0);
+        },
+        testing::ExitedWithCode(0), "^asked twice\n$");
 }
 
 } // namespace

@@ -266,6 +266,46 @@ TEST_F(SpawnProcessKernelLogTest, KmsgModeSendsBothOutputStreamsThere)
     EXPECT_EQ(KernelLog(), m_directory + "\nerr\n");
 }
 
+// A child whose failure report cannot be written anywhere (standard error
+// closed, the kernel log read-only) must still end in _exit: the code after
+// Execute runs once, in the parent, which sees 127.
+class SpawnProcessUnreportableFailureTest : public testing::TestWithParam<bool> {};
+
+TEST_P(SpawnProcessUnreportableFailureTest, ChildNeverReturnsFromExecute)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root for a private kernel log";
+    int trail[2];
+    ASSERT_EQ(pipe(trail), 0);
+    const pid_t parent = fork();
+    if (parent == 0) {
+        close(trail[0]);
+        test_support::ForceReportsToStandardError();
+        close(STDERR_FILENO);
+        SpawnProcess process;
+        process.m_working_dir = "/nonexistent/directory";
+        process.m_drop_privileges = GetParam();
+        process.m_uid = process.m_gid = 65534;
+        UseShell(process, "echo ran");
+        process.Execute(0);
+        const std::string line = "after Execute in " + std::to_string(getpid()) + "\n";
+        write_all_throw(trail[1], line.data(), line.size());
+        _exit(process.Wait());
+    }
+    close(trail[1]);
+    std::string written(4096, '\0');
+    written.resize(read_all_throw(trail[0], written.data(), written.size()));
+    close(trail[0]);
+    int status = 0;
+    waitpid(parent, &status, 0);
+    EXPECT_EQ(written, "after Execute in " + std::to_string(parent) + "\n");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 127);
+}
+
+INSTANTIATE_TEST_SUITE_P(Privileges, SpawnProcessUnreportableFailureTest, testing::Values(false, true),
+                         [](const testing::TestParamInfo<bool>& param) { return param.param ? "Dropped" : "Kept"; });
+
 TEST(AbortOnTimeoutDeathTest, AbortsTheProcessWhenNotCancelledInTime)
 {
     EXPECT_DEATH(
