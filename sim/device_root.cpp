@@ -56,8 +56,8 @@ void BindMount(const std::string& source, const std::string& target, bool read_o
 }
 
 // The process's own high-water mark, once it runs the program it was started
-// for: until the exec it is a copy of the test program, whose mark says
-// nothing about the program under test.
+// for: until the exec it is a copy of the starting program, whose mark says
+// nothing about the program it starts.
 long SampleOwnPeak(pid_t pid, const std::string& starter_name)
 {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
@@ -167,7 +167,7 @@ DeviceRoot::DeviceRoot(const Installation& installation, const std::string& kept
     // The loader finds the host's libraries through the host's cache.
     fs::copy_file("/etc/ld.so.cache", Path("/etc/ld.so.cache"));
 
-    // The kernel log and the console are plain files here, so that tests can
+    // The kernel log and the console are plain files here, so that callers can
     // read what the collector and its children wrote to them.
     WriteFile("/dev/kmsg", "");
     WriteFile("/dev/console", "");

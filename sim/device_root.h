@@ -70,10 +70,10 @@ public:
     // Puts a tmpfs of the given size over a directory of the device, as a
     // small data partition would be. It is mounted in a private mount
     // namespace of the calling process, so that runs write into it and the
-    // test sees what they left; it lasts as long as this object.
+    // caller sees what they left; it lasts as long as this object.
     void MountTmpfs(std::string_view inside, size_t bytes);
 
-    // Makes a directory of the device read-only for the runs; the test can
+    // Makes a directory of the device read-only for the runs; the caller can
     // still change it between runs.
     void MakeReadOnly(std::string_view inside);
 

@@ -105,7 +105,7 @@ void ShowInputs(const std::string& name, const Scenario& scenario, const DeviceR
     fmt::print("== Scenario {}\n", name);
     if (!scenario.description.empty())
         fmt::print("   {}\n", scenario.description);
-    fmt::print("   device root {}\n", device.Path("/"));
+    fmt::print("   device root {}\n", device.Path(""));
 
     Section("The device's inputs");
     fmt::print("   {:<38} {}\n", "reset causes",
