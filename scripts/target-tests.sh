@@ -96,15 +96,17 @@ SIM=$PWD/build/release/sim/stage/bin/crash-dump-sim
 
 echo "== target: collector runs on the emulated board"
 boot_case() { # name
-    local dir=$work/$1 cause
+    local dir=$work/$1 cause cmdline
     mkdir -p "$dir/case"
     prepare_"$1" "$dir" >"$logs/$1.prepare" 2>&1 &&
         "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
             >>"$logs/$1.prepare" 2>&1 || return
     cause=$(cat "$dir/case/reset-cause")
+    cmdline=$(cat "$dir/case/kernel-cmdline" 2>/dev/null)
     rm -rf "$dir"
     # Generous: a loaded host doubles the usual boot of a few seconds.
-    "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 >"$logs/$1.console" 2>&1
+    CRASH_DUMP_BOARD_APPEND=$cmdline "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 \
+        >"$logs/$1.console" 2>&1
     echo $? >"$logs/$1.rc"
     rm -f "$work/$1.cpio"
 }

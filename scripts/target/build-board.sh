@@ -14,6 +14,8 @@
 #                 with their libraries (mk-initramfs.sh adds /init and the
 #                 scenario)
 #   kernel.version
+# and then has build-cmdlinepart.sh build the kernel's command-line partition
+# parser for that kernel (cached on its own, beside the board).
 # Idempotent: a finished board is left alone unless --refresh is given, which
 # also picks up a newer kernel ABI from Debian.
 set -euo pipefail
@@ -42,7 +44,7 @@ sysroot=$("$here/setup-armhf.sh" --print-sysroot)
 if [ -z "$refresh" ] && [ -f "$STAMP" ] && [ "$(cat "$STAMP")" = "layout=$LAYOUT" ] &&
     [ -f "$BOARD/zImage" ] && [ -f "$BOARD/board.dtb" ] && [ -x "$BOARD/base/bin/busybox" ]; then
     log "board up to date: $BOARD ($(cat "$BOARD/kernel.version"))"
-    exit 0
+    exec "$here/build-cmdlinepart.sh"
 fi
 
 target_apt_update "$refresh"
@@ -109,3 +111,4 @@ mv "$tmp" "$BOARD"
 rm -rf "$BOARD.old"
 trap - EXIT
 log "board ready: $BOARD"
+exec "$here/build-cmdlinepart.sh"

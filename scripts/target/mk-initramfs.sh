@@ -27,10 +27,13 @@ for d in "$@"; do [ -d "$d" ] || die "not a directory: $d"; done
 "$here/build-board.sh" >&2
 BOARD=$TARGET_CACHE/board
 sysroot=$TARGET_CACHE/sysroot
+cmdlinepart=$("$here/build-cmdlinepart.sh" --print-module)
 
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
 cp -a "$BOARD/base/." "$stage/"
+# Where board_nandsim loads it from.
+install -D -m 644 "$cmdlinepart" "$stage/lib/modules/$(cat "$BOARD/kernel.version")/extra/cmdlinepart.ko"
 for d in "$@"; do cp -a "$d/." "$stage/"; done
 install -m 755 "$here/board/init" "$stage/init"
 install -m 644 "$here/board/lib.sh" "$stage/usr/share/board/lib.sh"

@@ -1,36 +1,58 @@
 # Helpers for scenario scripts on the emulated board: . /usr/share/board/lib.sh
 
 # Loads nandsim with the given module parameters and waits for its devices.
-# Sizes in parts= and numbers in badblocks= count erase blocks; space left
-# after the listed partitions becomes one more partition.
+# With mtdparts= on the kernel command line (it reaches us as a variable), the
+# kernel's command-line partition parser goes in first and makes the
+# partitions, as it would for a built-in parser: its mtd-id is the chip's name
+# ("NAND 128MiB 1,8V 8-bit"; the parser takes the last colon as the end of
+# it). Otherwise nandsim's own: parts= sizes and badblocks= indices count erase
+# blocks over the whole chip, and space left after the listed partitions
+# becomes one more partition.
 board_nandsim() {
+    if [ -n "${mtdparts:-}" ]; then
+        # As a module the parser takes mtdparts as a module parameter; quoted,
+        # since the chip's name has spaces.
+        insmod "/lib/modules/$(uname -r)/extra/cmdlinepart.ko" "mtdparts=\"$mtdparts\"" || return 1
+    fi
     modprobe nandsim "$@" || return 1
     local i=0
-    while [ ! -c /dev/mtd0 ] && [ $i -lt 50 ]; do sleep 0.1; i=$((i + 1)); done
-    [ -c /dev/mtd0 ]
+    while ! board_mtd_nodes_ready && [ $i -lt 50 ]; do sleep 0.1; i=$((i + 1)); done
+    board_mtd_nodes_ready || return 1
+    # nandsim falls back to its own partitions when no mtd-id matches.
+    if [ -n "${mtdparts:-}" ] && grep -q '"NAND simulator partition' /proc/mtd; then
+        echo "board: mtdparts= names no partition of this chip:"
+        dmesg | grep '^\[.*\] nand: '
+        return 1
+    fi
 }
 
-# Gives the nandsim partitions the names the player's boot loader uses:
-# writes ROOT/proc/mtd with mtd0, mtd1, ... renamed to NAME0, NAME1, ... (the
-# rest keep their names) and makes ROOT/dev/mtdN nodes of the real devices.
-# The kernel itself cannot name them: it has no command-line partition parser.
-# Nodes rather than links, so that ROOT also works as a chroot.
-board_mtd_alias() {
-    local root=$1; shift
+# Whether devtmpfs has a node for every MTD device yet.
+board_mtd_nodes_ready() {
+    local mtd
+    for mtd in /sys/class/mtd/mtd*; do
+        [ -c "/dev/${mtd##*/}" ] || return 1
+    done
+}
+
+# The device node of the MTD partition named NAME in /proc/mtd.
+board_mtd_device() {
+    awk -v name="\"$1\"" '$4 == name { sub(":", "", $1); print "/dev/" $1; found = 1 }
+        END { exit !found }' /proc/mtd
+}
+
+# Lets ROOT, a chroot, see the kernel's flash: /proc/mtd bound over
+# ROOT/proc/mtd and nodes of the MTD devices in ROOT/dev. Nodes rather than a
+# devtmpfs, because ROOT/dev also holds files of the player's own kernel.
+board_mtd_chroot() {
+    local root=$1 mtd node
     mkdir -p "$root/proc" "$root/dev"
-    local dev size erase name n node
-    {
-        read -r header && echo "$header"
-        while read -r dev size erase name; do
-            n=${dev%:}
-            if [ $# -gt 0 ]; then name="\"$1\""; shift; fi
-            echo "$dev $size $erase $name"
-            for node in "$n" "${n}ro"; do
-                rm -f "$root/dev/$node"
-                mknod "$root/dev/$node" c $(tr ':' ' ' <"/sys/class/mtd/$node/dev")
-            done
-        done
-    } </proc/mtd >"$root/proc/mtd"
+    touch "$root/proc/mtd"
+    mount --bind /proc/mtd "$root/proc/mtd" || return 1
+    for mtd in /sys/class/mtd/mtd*; do
+        node=$root/dev/${mtd##*/}
+        rm -f "$node"
+        mknod "$node" c $(tr ':' ' ' <"$mtd/dev") || return 1
+    done
 }
 
 # The boot loader's reset cause from the device tree, as a decimal number

@@ -110,24 +110,32 @@ target_closure() {
         grep -v '^ ' | grep -v '^<' | sort -u
 }
 
-# Downloads the given packages into DIR unless already there, then prints
-# the absolute path of each .deb. apt verifies the checksums it downloads.
+# Downloads the given packages (NAME or NAME=VERSION) into DIR unless already
+# there, then prints the absolute path of each .deb. apt verifies the
+# checksums it downloads.
 target_fetch_debs() {
     local dir=$1; shift
     mkdir -p "$dir"
-    local uris missing=() line name file
+    local uris missing=() line file
     uris=$(target_apt_get download --print-uris "$@") || die "cannot resolve: $*"
     while read -r line; do
         [ -n "$line" ] || continue
         file=$(awk '{print $2}' <<<"$line")
-        name=${file%%_*}
-        [ -s "$dir/$file" ] || missing+=("$name")
+        [ -s "$dir/$file" ] || missing+=("$(deb_file_spec "$file")")
     done <<<"$uris"
     if [ ${#missing[@]} -gt 0 ]; then
         log "downloading ${#missing[@]} armhf packages"
         (cd "$dir" && target_apt_get -qq download "${missing[@]}") >&2 || die "download failed"
     fi
     awk -v d="$dir" 'NF { print d "/" $2 }' <<<"$uris"
+}
+
+# NAME=VERSION of a .deb file name (NAME_VERSION_ARCH.deb, with an epoch's
+# colon written %3a), so that exactly the resolved version is downloaded.
+deb_file_spec() {
+    local name=${1%%_*} version=${1#*_}
+    version=${version%_*}
+    echo "$name=${version//%3a/:}"
 }
 
 # Debian packages carry absolute symlinks (libz.so -> /lib/...); inside a

@@ -5,21 +5,29 @@
 #
 # Each case NAME has prepare_NAME DIR, which fills DIR/case (copied to /case
 # on the board, read there by collector.scenario) and writes the boot's reset
-# cause to DIR/case/reset-cause, and check_NAME RESULTS, which prints one line
-# per mismatch between the run's results and what the case expects.
+# cause to DIR/case/reset-cause and, where it has flash, its partitions to
+# DIR/case/kernel-cmdline, and check_NAME RESULTS, which prints one line per
+# mismatch between the run's results and what the case expects.
 
-COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset)
+COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset read_only_flash)
 
-# 128 MiB of NAND in 2 KiB pages and 128 KiB erase blocks: mtd0 holds 8
-# blocks for the boot loader environment, mtd1 16 for the rescue kernel.
+# 128 MiB of NAND in 2 KiB pages and 128 KiB erase blocks, which the kernel
+# names by its ID: the partitions' mtd-id.
 ERASE_BLOCK=131072
-NAND_CHIP="first_id_byte=0xec second_id_byte=0xa1 third_id_byte=0x00 fourth_id_byte=0x15 parts=8,16"
-PARTITIONS="flash0.nvram flash0.rescue"
+NAND_CHIP="first_id_byte=0xec second_id_byte=0xa1 third_id_byte=0x00 fourth_id_byte=0x15"
+NAND_CHIP_NAME="NAND 128MiB 1,8V 8-bit"
+# The boot loader environment in the first 8 blocks, the rescue kernel in the
+# 16 after them, and a writable view over the whole chip that the images are
+# written through, since the player's partitions may be read-only.
+NVRAM_SIZE=$((8 * ERASE_BLOCK))
+RESCUE_SIZE=$((16 * ERASE_BLOCK))
+FLASH_VIEW=board.flash
 RESCUE_VERSION=4.3.2-rescue
 
 # The manufacturing record; the case checks read the values back from the
-# info file, re-formatted.
-BOOT_ENVIRONMENT=(LM_FORMAT=1 LM_SERIAL=PX4C00123 LM_HWREV=0x0a LM_HWFLAGS=0x1
+# info file, re-formatted. Bit 2 of LM_HWFLAGS says that the board has a
+# radio, which is what gives the dump a wifi_mac.
+BOOT_ENVIRONMENT=(LM_FORMAT=1 LM_SERIAL=PX4C00123 LM_HWREV=0x0a LM_HWFLAGS=0x5
     LM_ETH0_HWADDR=00:1A:2B:3C:4D:5E LM_WLAN0_HWADDR=00:1a:2b:3c:4d:5f bootdelay=3)
 
 # --- preparing a case ----------------------------------------------------------
@@ -77,23 +85,26 @@ $2"
 }
 
 # nandsim with the given bad blocks (indices over the whole chip), the boot
-# loader environment in mtd0 and the rescue image in mtd1; nandwrite on the
-# board steps over bad blocks as the device's own writers do.
-flash_with_bad_blocks() { # dir bad-blocks
+# loader environment in flash0.nvram and the rescue image in flash0.rescue,
+# both with the given mtdparts flags ("" or "ro"); nandwrite on the board steps
+# over bad blocks as the device's own writers do.
+flash_with_bad_blocks() { # dir bad-blocks flags
     local images=$1/case/images
     mkdir -p "$images"
     "$SIM" make-env --erase-size "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" >"$images/nvram.img" || return 1
     "$SIM" make-fit --version "$RESCUE_VERSION" --gzip --payload 600000 >"$images/rescue.img" || return 1
     cat >"$1/case/case.env" <<EOF
 NANDSIM="$NAND_CHIP badblocks=$2"
-PARTITIONS="$PARTITIONS"
-FLASH_IMAGES="0:nvram.img 1:rescue.img"
+FLASH_VIEW=$FLASH_VIEW
+FLASH_IMAGES="0:nvram.img $NVRAM_SIZE:rescue.img"
 EOF
+    printf 'mtdparts="%s:%d(flash0.nvram)%s,%d(flash0.rescue)%s,-@0(%s)"\n' "$NAND_CHIP_NAME" \
+        "$NVRAM_SIZE" "$3" "$RESCUE_SIZE" "$3" "$FLASH_VIEW" >"$1/case/kernel-cmdline"
 }
 
 no_flash() {
     mkdir -p "$1/case"
-    printf 'NANDSIM=\nPARTITIONS=\nFLASH_IMAGES=\n' >"$1/case/case.env"
+    printf 'NANDSIM=\nFLASH_VIEW=\nFLASH_IMAGES=\n' >"$1/case/case.env"
 }
 
 prepare_complete_dump() {
@@ -101,8 +112,8 @@ prepare_complete_dump() {
     seed_previous_run "$1" 98304 0 0
     board_identity "$1" "SoC: i.MX6UL"
     # nvram's block 0, so the environment sits in its second block; rescue's
-    # block 1 (chip block 9), inside the three blocks of the image.
-    flash_with_bad_blocks "$1" 0,9 || return
+    # block 1 (chip block 9), inside the five blocks of the image.
+    flash_with_bad_blocks "$1" 0,9 "" || return
     echo 0x10 >"$1/case/reset-cause"
 }
 
@@ -120,8 +131,21 @@ prepare_clean_reset() {
     seed_collector "$1"
     seed_previous_run "$1" 0 0 $'0\n'
     board_identity "$1" "SoC: i.MX6UL"
-    flash_with_bad_blocks "$1" 0 || return
+    flash_with_bad_blocks "$1" 0 "" || return
     echo 0x1 >"$1/case/reset-cause"
+}
+
+# As a complete dump, from partitions that the kernel write-protects, as
+# device makers do: the collector gets no write access to them.
+prepare_read_only_flash() {
+    seed_collector "$1"
+    seed_previous_run "$1" 98304 0 0
+    board_identity "$1" "SoC: i.MX6UL"
+    # nvram's block 2, behind the environment; rescue's first block and its
+    # third (chip blocks 8 and 10), so that the image starts one block in and
+    # steps over another.
+    flash_with_bad_blocks "$1" 2,8,10 ro || return
+    echo 0x10 >"$1/case/reset-cause"
 }
 
 # --- checking a case's results -------------------------------------------------
@@ -173,14 +197,22 @@ expect_no_dump() { # results lock-entries
     expect_equal "staging directory" "$(listing "$1" staging)" ""
 }
 
-check_complete_dump() {
+# The partitions as the kernel made them, in /proc/mtd's order.
+expect_partitions() { # results "name bad=N rw|ro"...
+    local results=$1; shift
+    expect_equal partitions "$(tagged "$results" partition | paste -sd,)" "$(IFS=,; echo "$*")"
+}
+
+# What the run at a watchdog reset after the player's assert leaves behind,
+# read from the flash: the manufacturing record and the rescue kernel's
+# version in the info file, and no complaint about either on stderr.
+expect_complete_dump() { # results
     local r=$1
     expect_equal status "$(tagged "$r" status)" 0
     expect_stderr "$r" \
         '^Reset causes: 0x10 watchdog_reset$' \
         '^Failed to read UBI list: .*/sys/class/ubi/ubi0/volumes_count' \
         '^Post-mortem crash dump generated\.$'
-    expect_equal "bad blocks" "$(listing "$r" bad-blocks)" "mtd0:1 mtd1:1 mtd2:0"
     expect_equal "lock directory" "$(listing "$r" lock)" "crash-dump-complete"
     expect_equal "staging directory" "$(listing "$r" staging)" ""
     expect_equal outputs "$(listing "$r" output)" "crash-dump.info crash-dump.ready crash-dump.tar.bz2"
@@ -199,6 +231,16 @@ check_complete_dump() {
     tagged "$r" info | grep -qE '^salt=[0-9a-f]{32}$' || echo "info has no 32-digit salt"
     # The emulated board has no real-time clock: it boots in 1970.
     expect_no_info "$r" time triggered customer_ubis
+}
+
+check_complete_dump() {
+    expect_complete_dump "$1"
+    expect_partitions "$1" "flash0.nvram bad=1 rw" "flash0.rescue bad=1 rw" "$FLASH_VIEW bad=2 rw"
+}
+
+check_read_only_flash() {
+    expect_complete_dump "$1"
+    expect_partitions "$1" "flash0.nvram bad=1 ro" "flash0.rescue bad=2 ro" "$FLASH_VIEW bad=3 rw"
 }
 
 check_unknown_silicon() {

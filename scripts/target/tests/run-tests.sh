@@ -109,7 +109,7 @@ if [ -z "$host_only" ]; then
     "$target/build-board.sh" >/dev/null 2>&1 || { echo "build-board.sh failed"; exit 1; }
     mkdir -p "$work/extra/usr/bin"
     cp "$work/bin/mem-window" "$work/extra/usr/bin/"
-    CRASH_DUMP_BOARD_APPEND=EXPECT_RESET_CAUSE=2852126720 \
+    CRASH_DUMP_BOARD_APPEND="EXPECT_RESET_CAUSE=2852126720 mtdparts=\"NAND 128MiB 1,8V 8-bit:1m(flash0.nvram)ro,2m(flash0.rescue),-@0(board.flash)\"" \
         check "board: flash, device tree, registers and NAND tools behave" \
         boot 0 0xaa000000 240 "$tests/board-smoke.scenario" "$work/extra"
 
