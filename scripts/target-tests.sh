@@ -90,9 +90,9 @@ echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
 
 # The flash images come from the same builders as the host's system tests.
 quiet "$logs/release.log" cmake --preset release || die "configuring release failed"
-quiet "$logs/release.log" cmake --build --preset release -j2 --target device-images ||
-    die "building device-images failed"
-DEVICE_IMAGES=$PWD/build/release/tests/sandbox/device-images
+quiet "$logs/release.log" cmake --build --preset release -j2 --target crash-dump-sim ||
+    die "building crash-dump-sim failed"
+SIM=$PWD/build/release/sim/stage/bin/crash-dump-sim
 
 echo "== target: collector runs on the emulated board"
 boot_case() { # name

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -12,9 +10,8 @@
 
 #include "device_root.h"
 #include "environment_image.h"
-#include "hardware.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
+#include "scenario.h"
 
 namespace {
 
@@ -51,7 +48,7 @@ std::map<std::string, std::string> ParseInfo(const std::string& text)
 // partition, the crash from the preserved kernel log.
 class CompleteDumpTest : public sandbox::SandboxTest {
 protected:
-    CompleteDumpTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+    CompleteDumpTest() : SandboxTest("watchdog-crash") {}
 
     void SetUp() override
     {
@@ -60,7 +57,7 @@ protected:
             m_result = m_device.Run();
     }
 
-    sandbox::RunResult m_result;
+    sim::RunResult m_result;
 };
 
 TEST_F(CompleteDumpTest, ReportsOnlyWhatItCouldNotRead)
@@ -87,15 +84,15 @@ TEST_F(CompleteDumpTest, InfoCarriesEveryFactOfTheDevice)
         {"eth_mac", "90:ac:3f:1a:2b:3c"},
         {"family", "corvan"},
         {"hwrev", "2"},
-        {"image_name", sandbox::kImageName},
+        {"image_name", "signage-player-release"},
         {"lmplay", "playing presentation 'lobby'"},
         {"model", "corvan"},
         {"process", "player"},
-        {"rescue", sandbox::kRescueVersion},
+        {"rescue", "4.9.337-lumora-rescue-2.3"},
         {"reset", "watchdog_reset"},
         {"reset_flag_strings", "watchdog_reset"},
         {"reset_flags", "0x10"},
-        {"run", sandbox::kSystemVersion},
+        {"run", "9.0.112"},
         {"script_hash", "9f86d081884c7d65"},
         {"script_name", "lobby.script"},
         {"serial", "D4E91K002317"},
@@ -129,45 +126,41 @@ TEST_F(CompleteDumpTest, TwoDumpsDifferInTheirSalt)
 
 // Device makers write-protect the partitions the collector reads; the
 // identity and the rescue version must not depend on opening them for writing.
-TEST(WriteProtectedFlashTest, DumpKeepsTheIdentityAndRescueVersion)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "the device sandbox needs root";
-    sandbox::DeviceRoot device;
-    sandbox::PrepareCrashedDevice(device);
-    for (const char* partition : {"flash0.nvram", "flash0.rescue"})
-        device.WriteFile(sandbox::MtdDevice(device, partition) + ".ro", "");
+using WriteProtectedFlashTest = sandbox::SandboxTest;
 
-    const auto result = device.Run();
+TEST_F(WriteProtectedFlashTest, DumpKeepsTheIdentityAndRescueVersion)
+{
+    sim::Scenario scenario = sandbox::BuiltInScenario("watchdog-crash");
+    for (const char* partition : {"flash0.nvram", "flash0.rescue"})
+        scenario.flash[partition].read_only = true;
+    sim::Apply(scenario, m_device);
+
+    const auto result = m_device.Run();
 
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.standard_error, "Reset causes: 0x10 watchdog_reset\nPost-mortem crash dump generated.\n");
-    auto info = ParseInfo(device.ReadFile(kInfo));
+    auto info = ParseInfo(m_device.ReadFile(kInfo));
     EXPECT_EQ(info["serial"], "D4E91K002317");
     EXPECT_EQ(info["eth_mac"], "90:ac:3f:1a:2b:3c");
     EXPECT_EQ(info["wifi_mac"], "90:ac:3f:1a:2b:3d");
-    EXPECT_EQ(info["rescue"], sandbox::kRescueVersion);
+    EXPECT_EQ(info["rescue"], "4.9.337-lumora-rescue-2.3");
 }
 
 // The manufacturing record carries a wireless address, but the flags say the
 // board has no radio.
-TEST(WirelessFlagTest, BoardWithoutRadioReportsNoWirelessAddress)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "the device sandbox needs root";
-    sandbox::DeviceRoot device;
-    sandbox::PrepareCrashedDevice(device);
-    const std::string nvram = sandbox::MtdDevice(device, "flash0.nvram");
-    device.WriteFile(nvram, sandbox::UbootEnvironmentImage({{"LM_FORMAT", "1"},
-                                                            {"LM_HWFLAGS", "0x3"},
-                                                            {"LM_WLAN0_HWADDR", "90:AC:3F:1A:2B:3D"}},
-                                                           128 * 1024) +
-                                std::string(3 * 128 * 1024, '\xff'));
+using WirelessFlagTest = sandbox::SandboxTest;
 
-    const auto result = device.Run();
+TEST_F(WirelessFlagTest, BoardWithoutRadioReportsNoWirelessAddress)
+{
+    sim::Scenario scenario = sandbox::BuiltInScenario("watchdog-crash");
+    scenario.flash["flash0.nvram"].image = sim::UbootEnvironmentImage(
+        {{"LM_FORMAT", "1"}, {"LM_HWFLAGS", "0x3"}, {"LM_WLAN0_HWADDR", "90:AC:3F:1A:2B:3D"}}, 128 * 1024);
+    sim::Apply(scenario, m_device);
+
+    const auto result = m_device.Run();
 
     EXPECT_EQ(result.exit_status, 0);
-    auto info = ParseInfo(device.ReadFile(kInfo));
+    auto info = ParseInfo(m_device.ReadFile(kInfo));
     EXPECT_EQ(info.count("wifi_mac"), 1u);
     EXPECT_EQ(info["wifi_mac"], "");
 }

@@ -10,7 +10,6 @@
 #include "device_files.h"
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
@@ -18,7 +17,7 @@ using namespace sandbox::device_files;
 
 class CompletionLockTest : public sandbox::SandboxTest {
 protected:
-    CompletionLockTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
+    CompletionLockTest() : SandboxTest("clean-boot") {}
 };
 
 TEST_F(CompletionLockTest, LeftoverTemporaryLockIsReusedWithoutTruncation)

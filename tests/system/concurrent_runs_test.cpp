@@ -15,7 +15,6 @@
 #include "device_files.h"
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
@@ -43,19 +42,19 @@ TEST_F(ConcurrentRunsTest, EveryRunEndsWithAStatusAndItsFinalLine)
     for (int round = 0; round < kRounds; ++round) {
         // Half the rounds have a dump to write, half have none.
         if (round % 2 == 0)
-            sandbox::PrepareCrashedDevice(m_device);
+            Prepare("watchdog-crash");
         else
-            sandbox::PrepareCleanBoot(m_device);
+            Prepare("clean-boot");
 
-        std::vector<sandbox::DeviceRoot::Process> runs;
+        std::vector<sim::DeviceRoot::Process> runs;
         const size_t collectors = 2 + random() % 3;
         for (size_t i = 0; i < collectors; ++i) {
             runs.push_back(m_device.Start());
             std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
         }
 
-        for (sandbox::DeviceRoot::Process& run : runs) {
-            const sandbox::RunResult result = run.Wait(std::chrono::seconds(60));
+        for (sim::DeviceRoot::Process& run : runs) {
+            const sim::RunResult result = run.Wait(std::chrono::seconds(60));
             SCOPED_TRACE("round " + std::to_string(round) + " of seed " + std::to_string(kSeed) + ":\n"
                          + result.standard_error);
             ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";

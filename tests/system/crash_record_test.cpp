@@ -11,12 +11,11 @@
 #include "device_files.h"
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
 using namespace sandbox::device_files;
-using sandbox::RunResult;
+using sim::RunResult;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
@@ -27,7 +26,7 @@ using Info = std::map<std::string, std::string>;
 // evidence it is about.
 class CrashRecordTest : public sandbox::SandboxTest {
 protected:
-    CrashRecordTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
+    CrashRecordTest() : SandboxTest("clean-boot") {}
 
     Info ReadInfo() const
     {
@@ -180,7 +179,7 @@ TEST_F(CrashRecordTest, UnreadableTriggerIsReportedAtEachRead)
 
 TEST_F(CrashRecordTest, KernelLogClassificationIsTheBaseOfTheRecord)
 {
-    sandbox::PrepareCrashedDevice(m_device);
+    Prepare("watchdog-crash");
 
     EXPECT_EQ(m_device.Run().exit_status, 0);
     const Info info = ReadInfo();

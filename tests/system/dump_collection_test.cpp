@@ -16,12 +16,11 @@
 
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using sandbox::DeviceRoot;
+using sim::DeviceRoot;
 
 constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2";
 constexpr const char* kInfo = "/var/lib/lumora/crash-dump/crash-dump.info";
@@ -53,7 +52,7 @@ bool EndsWith(const std::string& text, const std::string& end)
 // reader.
 class DumpCollectionTest : public sandbox::SandboxTest {
 protected:
-    DumpCollectionTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+    DumpCollectionTest() : SandboxTest("watchdog-crash") {}
 
     std::vector<std::string> Members() const
     {

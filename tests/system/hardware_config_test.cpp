@@ -4,10 +4,10 @@
 #include <string>
 
 #include "device_root.h"
-#include "sandbox_test.h"
-#include "hardware.h"
 #include "environment_image.h"
-#include "scenarios.h"
+#include "hardware.h"
+#include "sandbox_test.h"
+#include "scenario.h"
 
 namespace {
 
@@ -21,13 +21,14 @@ constexpr uint32_t kEraseSize = 128 * 1024;
 // A production device whose identity the tests then take apart.
 class HardwareConfigSystemTest : public sandbox::SandboxTest {
 protected:
-    HardwareConfigSystemTest() : SandboxTest(sandbox::PrepareCleanBoot) {}
+    HardwareConfigSystemTest() : SandboxTest("clean-boot") {}
 
-    // The environment partition alone, in place of the scenario's table.
-    void ReplaceEnvironment(const std::string& content, std::vector<uint32_t> bad_blocks)
+    // The clean boot with another environment partition.
+    void ReplaceEnvironment(std::string image, std::vector<uint32_t> bad_blocks)
     {
-        m_device.Remove("/proc/mtd");
-        sandbox::AddMtdPartition(m_device, {"flash0.nvram", content, kEraseSize, 2048, 64, std::move(bad_blocks)});
+        sim::Scenario scenario = sandbox::BuiltInScenario("clean-boot");
+        scenario.flash["flash0.nvram"] = {std::move(image), std::move(bad_blocks)};
+        sim::Apply(scenario, m_device);
     }
 };
 
@@ -41,8 +42,8 @@ TEST_F(HardwareConfigSystemTest, ProductionDeviceReadsItsIdentityQuietly)
 
 TEST_F(HardwareConfigSystemTest, EnvironmentInTheSecondBlockWhenTheFirstIsBad)
 {
-    const std::string environment = sandbox::UbootEnvironmentImage({{"LM_FORMAT", "1"}, {"LM_HWFLAGS", "1"}}, kEraseSize);
-    ReplaceEnvironment(std::string(kEraseSize, '\0') + environment + std::string(2 * kEraseSize, '\xff'), {0});
+    const std::string environment = sim::UbootEnvironmentImage({{"LM_FORMAT", "1"}, {"LM_HWFLAGS", "1"}}, kEraseSize);
+    ReplaceEnvironment(environment, {0});
 
     const auto result = m_device.Run();
 
@@ -77,7 +78,7 @@ protected:
 
 TEST_F(SiliconSystemTest, UlzFromItsRegisters)
 {
-    sandbox::SetSiliconRegisters(m_device, 0x00650102, 0x40);
+    sim::SetSiliconRegisters(m_device, 0x00650102, 0x40);
 
     const auto result = m_device.Run();
 
@@ -87,7 +88,7 @@ TEST_F(SiliconSystemTest, UlzFromItsRegisters)
 
 TEST_F(SiliconSystemTest, OtherSiliconEndsTheRunBeforeTheLock)
 {
-    sandbox::SetSiliconRegisters(m_device, 0x00630001, 0x40);
+    sim::SetSiliconRegisters(m_device, 0x00630001, 0x40);
 
     const auto result = m_device.Run();
 

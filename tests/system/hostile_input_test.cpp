@@ -13,6 +13,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -20,11 +21,11 @@
 
 #include "device_files.h"
 #include "device_root.h"
-#include "sandbox_test.h"
 #include "environment_image.h"
 #include "fit_image.h"
 #include "hardware.h"
-#include "scenarios.h"
+#include "sandbox_test.h"
+#include "scenario.h"
 
 namespace {
 
@@ -314,39 +315,37 @@ const std::string& LongLine()
 }
 
 constexpr uint32_t kEraseSize = 128 * 1024;
+constexpr const char* kRescueVersion = "4.9.337-lumora-rescue-2.3";
 
-void RemoveLine(sandbox::DeviceRoot& device, const std::string& path, const std::string& line)
+// The device of a row, as a scenario: the watchdog crash's software and
+// identity with a power-on reset, so that the core image decides.
+sim::Scenario DeviceScenario(Device kind)
 {
-    std::string content = device.ReadFile(path);
-    content.erase(content.find(line), line.size());
-    device.WriteFile(path, content, 0444);
-}
-
-void Prepare(sandbox::DeviceRoot& device, Device kind)
-{
-    if (kind == Device::kCleanBoot) {
-        sandbox::PrepareCleanBoot(device);
-        return;
-    }
-    sandbox::PrepareCrashedDevice(device);
-    device.SetResetCauses(0x1);
+    if (kind == Device::kCleanBoot)
+        return sandbox::BuiltInScenario("clean-boot");
+    sim::Scenario scenario = sandbox::BuiltInScenario("watchdog-crash");
+    scenario.reset_causes = 0x1;
+    // Four blocks, as a production player's: cutting whole blocks off leaves
+    // the environment in the first one.
+    scenario.flash["flash0.nvram"].image.append(3 * kEraseSize, '\xff');
     if (kind == Device::kSocUnnamed) {
-        RemoveLine(device, "/proc/boardid", "SoC: i.MX6ULZ\n");
-        sandbox::SetSiliconRegisters(device, 0x00650001, 0x40);
+        std::string& board = scenario.root["/proc/boardid"].content;
+        board.erase(board.find("SoC: i.MX6ULZ\n"), std::strlen("SoC: i.MX6ULZ\n"));
+        scenario.soc = {0x00650001, 0x40};
     }
     if (kind == Device::kWlanUnnamed) {
-        const std::string environment = sandbox::UbootEnvironmentImage(
+        scenario.flash["flash0.nvram"].image = sim::UbootEnvironmentImage(
             {{"LM_ETH0_HWADDR", "90:AC:3F:1A:2B:3C"}, {"LM_FORMAT", "1"}, {"LM_HWFLAGS", "0x5"}}, kEraseSize);
-        device.WriteFile(sandbox::MtdDevice(device, "flash0.nvram"), environment, 0600);
-        device.WriteFile("/sys/class/net/wlan0/address", "90:ac:3f:1a:2b:3d\n");
+        scenario.SetFile("/sys/class/net/wlan0/address", "90:ac:3f:1a:2b:3d\n");
     }
+    return scenario;
 }
 
 // The damages of a raw partition, written into its device node: the driver
 // takes the partition's size from what the node holds.
-void ApplyToPartition(sandbox::DeviceRoot& device, const std::string& name, Damage damage)
+void ApplyToPartition(sim::DeviceRoot& device, const std::string& name, Damage damage)
 {
-    const std::string node = sandbox::MtdDevice(device, name);
+    const std::string node = sim::MtdDevice(device, name);
     std::string content = device.ReadFile(node);
     switch (damage) {
     case Damage::kErased:
@@ -370,7 +369,7 @@ void ApplyToPartition(sandbox::DeviceRoot& device, const std::string& name, Dama
         content = sandbox::RandomBytes(content.size());
         break;
     case Damage::kTruncatedGzip: {
-        const std::string image = sandbox::Gzip(sandbox::RescueFitImage(sandbox::kRescueVersion, 512 * 1024));
+        const std::string image = sim::Gzip(sim::RescueFitImage(kRescueVersion, 512 * 1024));
         content.assign(content.size(), '\xff');
         content.replace(0, image.size() / 2, image, 0, image.size() / 2);
         break;
@@ -379,9 +378,9 @@ void ApplyToPartition(sandbox::DeviceRoot& device, const std::string& name, Dama
         content.replace(content.size() / 64, 256, 256, '\x55');
         break;
     case Damage::kHugeStringsBlock: {
-        const std::string image = sandbox::FitBuilder()
+        const std::string image = sim::FitBuilder()
                                       .BeginNode("")
-                                      .StringProperty("version", sandbox::kRescueVersion)
+                                      .StringProperty("version", kRescueVersion)
                                       .EndNode()
                                       .StringsBlockSize(0x40000)
                                       .Build();
@@ -395,7 +394,7 @@ void ApplyToPartition(sandbox::DeviceRoot& device, const std::string& name, Dama
     device.WriteFile(node, content, 0600);
 }
 
-void Apply(sandbox::DeviceRoot& device, const std::string& path, Damage damage)
+void Apply(sim::DeviceRoot& device, const std::string& path, Damage damage)
 {
     if (path.front() != '/') {
         ApplyToPartition(device, path, damage);
@@ -454,10 +453,10 @@ TEST_P(HostileInputTest, EndsWithTheDocumentedOutcome)
     const auto first = static_cast<unsigned char>(RandomBytes().front());
     ASSERT_FALSE(std::isdigit(first) || std::isspace(first) || first == '+' || first == '-')
         << "the table takes the random bytes for garbage, not for a number";
-    Prepare(m_device, input.device);
+    sim::Apply(DeviceScenario(input.device), m_device);
     Apply(m_device, input.path, input.damage);
 
-    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
+    const sim::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
 
     EXPECT_EQ(result.signal, 0) << "killed: hung or crashed";
     EXPECT_EQ(result.exit_status, input.status) << result.standard_error;

@@ -22,7 +22,6 @@
 #include "device_files.h"
 #include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
@@ -32,7 +31,7 @@ using ::testing::IsSupersetOf;
 
 struct OutputFault {
     const char* name;
-    void (*apply)(sandbox::DeviceRoot&);
+    void (*apply)(sim::DeviceRoot&);
     int status;
     const char* final_line;
     bool info;  // whether the info file has content afterwards
@@ -40,20 +39,20 @@ struct OutputFault {
 };
 
 const OutputFault kOutputFaults[] = {
-    {"read_only_lock_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly("/var/lock"); }, 1,
+    {"read_only_lock_directory", [](sim::DeviceRoot& device) { device.MakeReadOnly("/var/lock"); }, 1,
      "crash-dump caught exception: /var/lock/crash-dump-complete.tmp: Read-only file system (30)\n", false, false},
-    {"read_only_output_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly(kOutputDirectory); }, 1,
+    {"read_only_output_directory", [](sim::DeviceRoot& device) { device.MakeReadOnly(kOutputDirectory); }, 1,
      "crash-dump caught exception: /var/lib/lumora/crash-dump/crash-dump.ready: Read-only file system (30)\n",
      false, false},
     // The info file fails silently; the marker needs no space.
     {"output_directory_full",
-     [](sandbox::DeviceRoot& device) {
+     [](sim::DeviceRoot& device) {
          device.MountTmpfs(kOutputDirectory, 4096);
          device.WriteFile(std::string(kOutputDirectory) + "/filler", std::string(4096, 'x'));
      },
      0, kDump, false, true},
     // A marker that cannot be synced is as durable as it will get.
-    {"marker_cannot_be_synced", [](sandbox::DeviceRoot& device) { device.BindHostFile("/dev/null", kReadyMarker); },
+    {"marker_cannot_be_synced", [](sim::DeviceRoot& device) { device.BindHostFile("/dev/null", kReadyMarker); },
      0, kDump, true, true},
 };
 
@@ -64,7 +63,7 @@ std::string CaseName(const ::testing::TestParamInfo<OutputFault>& info)
 
 class OutputFaultTest : public sandbox::SandboxTest {
 protected:
-    OutputFaultTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+    OutputFaultTest() : SandboxTest("watchdog-crash") {}
 };
 
 class OutputFaultTableTest : public OutputFaultTest, public ::testing::WithParamInterface<OutputFault> {};
@@ -74,7 +73,7 @@ TEST_P(OutputFaultTableTest, EndsWithTheDocumentedOutcome)
     const OutputFault& fault = GetParam();
     fault.apply(m_device);
 
-    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
+    const sim::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
 
     ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
     EXPECT_EQ(result.exit_status, fault.status) << result.standard_error;
@@ -116,7 +115,7 @@ TEST_F(OutputFaultTest, OutputFillingUpDuringTheArchiveStillCountsAsCollected)
     // Incompressible and many times the space: tar fails part way.
     m_device.WriteFile(kCoreImage, sandbox::RandomBytes(1 << 20));
 
-    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
+    const sim::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
 
     ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
     EXPECT_EQ(result.exit_status, 0) << result.standard_error;
@@ -151,7 +150,7 @@ TEST_F(EarlierDumpTest, StagingLeftoverKeepsTheEarlierDumpHandedOff)
 {
     m_device.MakeDirectory(kStaging);
 
-    const sandbox::RunResult result = m_device.Run();
+    const sim::RunResult result = m_device.Run();
 
     EXPECT_EQ(result.exit_status, 1);
     EXPECT_THAT(result.standard_error,
@@ -169,7 +168,7 @@ TEST_F(EarlierDumpTest, RunKilledBeforeTarLeavesNothingHandedOffAndDoesNotStopTh
     m_device.Remove(kCoreImage);
     ASSERT_EQ(mkfifo(m_device.Path(kCoreImage).c_str(), 0600), 0);
 
-    sandbox::DeviceRoot::Process run = m_device.Start();
+    sim::DeviceRoot::Process run = m_device.Start();
     ASSERT_TRUE(WaitFor([&] { return m_device.Exists(std::string(kStaging) + "/info"); }, std::chrono::seconds(60)));
     EXPECT_TRUE(WaitFor([&] { return !m_device.Exists(kReadyMarker); }, std::chrono::seconds(10)));
     run.Kill(SIGKILL);
@@ -183,7 +182,7 @@ TEST_F(EarlierDumpTest, RunKilledBeforeTarLeavesNothingHandedOffAndDoesNotStopTh
     m_device.Remove(kCoreImage);
     m_device.WriteFile(kCoreImage, "\x7f" "ELF core image of the crashed kernel\n");
 
-    const sandbox::RunResult next = m_device.Run();
+    const sim::RunResult next = m_device.Run();
 
     EXPECT_EQ(next.exit_status, 0) << next.standard_error;
     EXPECT_THAT(next.standard_error, EndsWith(kDump));
@@ -204,7 +203,7 @@ TEST_F(EarlierDumpTest, StaleMarkerLinkIsReplacedByAnEmptyFile)
     ASSERT_EQ(lstat(m_device.Path(kReadyMarker).c_str(), &marker), 0);
     EXPECT_TRUE(S_ISREG(marker.st_mode));
     EXPECT_EQ(marker.st_size, 0);
-    EXPECT_EQ(m_device.ReadFile("/etc/lumora-version"), sandbox::kSystemVersion);
+    EXPECT_EQ(m_device.ReadFile("/etc/lumora-version"), "9.0.112");
 }
 
 } // namespace

@@ -158,7 +158,7 @@ NandAccess::Pointer RescuePartition(const std::string& name)
 {
     EXPECT_EQ(name, "flash0.rescue");
     auto nand = test_support::MemoryNand::Make(4096, 16);
-    nand->WriteSkippingBadBlocks(sandbox::RescueFitImage("9.9.9", 1000));
+    nand->WriteSkippingBadBlocks(sim::RescueFitImage("9.9.9", 1000));
     return nand;
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-using sandbox::FitBuilder;
+using sim::FitBuilder;
 
 // Offsets inside images made by FitBuilder: the structure block starts after
 // the header and the empty reservation map, and an empty root node's begin
@@ -23,7 +23,7 @@ constexpr uint32_t kFirstRootProperty = kStructure + 8;
 
 std::string Patched(std::string image, size_t offset, uint32_t value)
 {
-    sandbox::PutBigEndian32(image, offset, value);
+    sim::PutBigEndian32(image, offset, value);
     return image;
 }
 
@@ -51,10 +51,10 @@ FitReadFunction GuardedReader(const std::string& image)
     return [&image](uint64_t offset, size_t length, void* buffer) {
         auto inside = [&](uint64_t start, uint64_t size) { return offset >= start && offset + length <= start + size; };
         const bool allowed = inside(0, 40)
-            || inside(sandbox::GetBigEndian32(image, sandbox::kFitStringsOffsetField),
-                      sandbox::GetBigEndian32(image, sandbox::kFitStringsSizeField))
-            || inside(sandbox::GetBigEndian32(image, sandbox::kFitStructureOffsetField),
-                      sandbox::GetBigEndian32(image, sandbox::kFitStructureSizeField));
+            || inside(sim::GetBigEndian32(image, sim::kFitStringsOffsetField),
+                      sim::GetBigEndian32(image, sim::kFitStringsSizeField))
+            || inside(sim::GetBigEndian32(image, sim::kFitStructureOffsetField),
+                      sim::GetBigEndian32(image, sim::kFitStructureSizeField));
         EXPECT_TRUE(allowed) << "read of " << length << " bytes at " << offset;
         if (offset + length > image.size())
             throw std::runtime_error("past the image");
@@ -78,9 +78,9 @@ const std::string kVersionOnly = RootWith(FitBuilder().BeginNode("").StringPrope
 INSTANTIATE_TEST_SUITE_P(
     Images, FitWalkTest,
     ::testing::Values(
-        WalkCase{"RescueImage", sandbox::RescueFitImage("5.4.2-r3", 10000), "5.4.2-r3", ""},
+        WalkCase{"RescueImage", sim::RescueFitImage("5.4.2-r3", 10000), "5.4.2-r3", ""},
         WalkCase{"AfterNopsAndOtherProperties",
-                 RootWith(FitBuilder().BeginNode("").Token(sandbox::kFitNop).StringProperty("description", "x")
+                 RootWith(FitBuilder().BeginNode("").Token(sim::kFitNop).StringProperty("description", "x")
                               .Property("version-list", "a")
                               .StringProperty("version", "2.0")),
                  "2.0", ""},
@@ -90,25 +90,25 @@ INSTANTIATE_TEST_SUITE_P(
                  "", ""},
         WalkCase{"NoVersion", RootWith(FitBuilder().BeginNode("").StringProperty("description", "x")), "", ""},
         WalkCase{"EndTokenFirst",
-                 FitBuilder().BeginNode("").Token(sandbox::kFitEnd).StringProperty("version", "1").Build(), "", ""},
+                 FitBuilder().BeginNode("").Token(sim::kFitEnd).StringProperty("version", "1").Build(), "", ""},
         WalkCase{"ErasedFlash", std::string(4096, '\xff'), "", "Not a FIT image"},
         WalkCase{"EmptyValue", RootWith(FitBuilder().BeginNode("").Property("version", "")), "",
                  "FIT string property is empty"},
         WalkCase{"UnterminatedValue", RootWith(FitBuilder().BeginNode("").Property("version", "1.0")), "",
                  "FIT string property is not terminated"},
-        WalkCase{"StructureEndsInFirstToken", Patched(kVersionOnly, sandbox::kFitStructureSizeField, 2), "",
+        WalkCase{"StructureEndsInFirstToken", Patched(kVersionOnly, sim::kFitStructureSizeField, 2), "",
                  "FIT read beyond end of data"},
-        WalkCase{"StructureEndsInPropertyHeader", Patched(kVersionOnly, sandbox::kFitStructureSizeField, 8 + 6), "",
+        WalkCase{"StructureEndsInPropertyHeader", Patched(kVersionOnly, sim::kFitStructureSizeField, 8 + 6), "",
                  "FIT read beyond end of data"},
-        WalkCase{"StructureEndsInValue", Patched(kVersionOnly, sandbox::kFitStructureSizeField, 8 + 12 + 3), "",
+        WalkCase{"StructureEndsInValue", Patched(kVersionOnly, sim::kFitStructureSizeField, 8 + 12 + 3), "",
                  "FIT read beyond end of data"},
         WalkCase{"StructureEndsInNodeName",
-                 Patched(RootWith(FitBuilder().BeginNode("root")), sandbox::kFitStructureSizeField, 4 + 3), "",
+                 Patched(RootWith(FitBuilder().BeginNode("root")), sim::kFitStructureSizeField, 4 + 3), "",
                  "FIT read beyond end of data"},
         WalkCase{"ValueLengthBeyondStructure", Patched(kVersionOnly, kFirstRootProperty + 4, 0xfffffff0), "",
                  "FIT read beyond end of data"},
         WalkCase{"SkippedLengthBeyondStructure",
-                 RootWith(FitBuilder().BeginNode("").Token(sandbox::kFitProperty).Token(0xfffffff0).Token(0)), "",
+                 RootWith(FitBuilder().BeginNode("").Token(sim::kFitProperty).Token(0xfffffff0).Token(0)), "",
                  "FIT read beyond end of data"},
         WalkCase{"StringsBlockTooLarge",
                  RootWith(FitBuilder().BeginNode("").StringProperty("version", "1").StringsBlockSize(0x40000)), "",
@@ -142,8 +142,8 @@ protected:
 
 TEST_F(FitOnNandTest, ReadsTheImageOnceAndNoFurther)
 {
-    const std::string image = sandbox::RescueFitImage("6.1.0-rescue", 1 << 20);
-    for (const std::string& flashed : {image, sandbox::Gzip(image)}) {
+    const std::string image = sim::RescueFitImage("6.1.0-rescue", 1 << 20);
+    for (const std::string& flashed : {image, sim::Gzip(image)}) {
         auto nand = Flash(flashed);
         EXPECT_EQ(ReadFitRootProperty(nand, "version"), "6.1.0-rescue");
         // The signature probe, the image, and at most one read buffer more.
@@ -159,13 +159,13 @@ TEST_F(FitOnNandTest, RootBeyondTheKeptHeadIsReadAgain)
                                            .BeginNode("images")
                                            .Property("data", std::string(300000, 'd'))
                                            .EndNode());
-    for (const std::string& flashed : {image, sandbox::Gzip(image)})
+    for (const std::string& flashed : {image, sim::Gzip(image)})
         EXPECT_EQ(ReadFitRootProperty(Flash(flashed), "version"), "7.0");
 }
 
 TEST_F(FitOnNandTest, ImageCutShortByThePartitionEnd)
 {
-    const std::string image = Patched(sandbox::RescueFitImage("1", 1000), sandbox::kFitStringsOffsetField, 0x7ffffff0);
+    const std::string image = Patched(sim::RescueFitImage("1", 1000), sim::kFitStringsOffsetField, 0x7ffffff0);
     try {
         ReadFitRootProperty(Flash(image), "version");
         FAIL() << "no error";

@@ -28,7 +28,7 @@ TEST(ReadRescueVersionTest, NeverThrows)
         std::string version;
         std::string message;
     } cases[] = {
-        {Serving(sandbox::Gzip(sandbox::RescueFitImage("4.9.2", 50000))), "4.9.2", ""},
+        {Serving(sim::Gzip(sim::RescueFitImage("4.9.2", 50000))), "4.9.2", ""},
         {Serving(""), "", "Unable to read rescue kernel version: Not a FIT image\n"},
         {[](const std::string&) -> NandAccess::Pointer { throw std::runtime_error("no such partition"); }, "",
          "Unable to read rescue kernel version: no such partition\n"},

@@ -63,7 +63,7 @@ class ReadBackTest : public ::testing::TestWithParam<ImageCase> {};
 TEST_P(ReadBackTest, YieldsTheImageAsWritten)
 {
     const ImageCase& c = GetParam();
-    auto nand = Flash(c.gzip ? sandbox::Gzip(c.payload) : c.payload, c.bad_blocks);
+    auto nand = Flash(c.gzip ? sim::Gzip(c.payload) : c.payload, c.bad_blocks);
     MaybeCompressedNandReader reader(nand);
     const std::string all = Drain(reader);
     if (c.gzip) {
@@ -103,7 +103,7 @@ class CorruptGzipTest : public ::testing::TestWithParam<DamageCase> {};
 
 TEST_P(CorruptGzipTest, EndsInGzipError)
 {
-    std::string image = sandbox::Gzip(RandomBytes(50000, 9));
+    std::string image = sim::Gzip(RandomBytes(50000, 9));
     GetParam().damage(image);
     MaybeCompressedNandReader reader(Flash(image));
     try {
