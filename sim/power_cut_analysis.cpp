@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 // Inside the device, beside the staging area: volatile, and not traced.
 constexpr const char* kTraceLog = "/var/run/power-cuts.strace";
 
-std::vector<PreexistingFile> FilesIn(const sandbox::DeviceRoot& device, std::string_view directory)
+std::vector<PreexistingFile> FilesIn(const DeviceRoot& device, std::string_view directory)
 {
     std::vector<PreexistingFile> files;
     for (const fs::directory_entry& entry : fs::directory_iterator(device.Path(directory))) {
@@ -51,11 +51,11 @@ bool EndsWithCollectorExit(const std::string& log)
 // keeps the started process's id, and with it the /proc entries the sandbox
 // binds for its runtime checkers. Nobody waits for the tracer, so the log is
 // complete once it records the collector's exit.
-std::string RecordRun(const sandbox::DeviceRoot& device, int& exit_status)
+std::string RecordRun(const DeviceRoot& device, int& exit_status)
 {
-    const sandbox::RunResult run = device.Run({"/usr/bin/strace", "-D", "-f", "-q", "-e", "signal=none", "-e",
+    const RunResult run = device.Run({"/usr/bin/strace", "-D", "-f", "-q", "-e", "signal=none", "-e",
                                                "trace=" + TracedSyscalls(), "-o", kTraceLog,
-                                               sandbox::DeviceRoot::kCollector});
+                                               DeviceRoot::kCollector});
     exit_status = run.exit_status;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -98,7 +98,7 @@ void Print(const PowerCutReport& report, std::ostream& out)
 
 } // namespace
 
-int RunPowerCutAnalysis(sandbox::DeviceRoot& device, std::ostream& out)
+int RunPowerCutAnalysis(DeviceRoot& device, std::ostream& out)
 {
     const std::vector<PreexistingFile> before = FilesIn(device, kCollectorDump.directory);
     int exit_status = -1;

@@ -6,8 +6,9 @@
 
 namespace sim {
 
-// crash-dump-sim --power-cuts: call once the device is prepared (a scenario
-// applied, an earlier dump placed in /var/lib/lumora/crash-dump if wanted).
+// crash-dump-sim --power-cuts SCENARIO: call once the device is prepared
+// (the scenario applied with Apply; an earlier dump, if the scenario's root/
+// holds one, is already in /var/lib/lumora/crash-dump).
 //
 // Runs the collector once in the device under strace (the host's, through the
 // device's /usr), recording what it, the shell, tar and bzip2 do to files.
@@ -22,6 +23,6 @@ namespace sim {
 // Returns 0 when nothing was found and the hand-off is durable, 1 otherwise.
 // The device keeps what the run left. Throws std::runtime_error when no trace
 // could be taken (strace missing, not allowed to trace).
-int RunPowerCutAnalysis(sandbox::DeviceRoot& device, std::ostream& out);
+int RunPowerCutAnalysis(DeviceRoot& device, std::ostream& out);
 
 } // namespace sim

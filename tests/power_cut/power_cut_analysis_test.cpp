@@ -6,17 +6,16 @@
 
 #include "power_cut_analysis.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
 using ::testing::HasSubstr;
 
 // The real collector, shell, tar and bzip2 under strace, on a device whose
-// previous run crashed.
+// watchdog reset it after the player asserted.
 class PowerCutAnalysisTest : public sandbox::SandboxTest {
 protected:
-    PowerCutAnalysisTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
+    PowerCutAnalysisTest() : SandboxTest("watchdog-crash") {}
 
     int Analyse()
     {
