@@ -6,7 +6,7 @@
 namespace sim {
 
 const char* const kUsage =
-    "usage: crash-dump-sim [--collector PATH] [--keep DIR] [--valgrind] SCENARIO\n"
+    "usage: crash-dump-sim [--collector PATH] [--keep DIR] [--valgrind | --power-cuts] SCENARIO\n"
     "       crash-dump-sim --list\n"
     "       crash-dump-sim make-env [--erase-size BYTES] KEY=VALUE... > flash/NAME.img\n"
     "       crash-dump-sim make-fit --version TEXT [--gzip] [--payload BYTES] > flash/NAME.img\n"
@@ -17,7 +17,9 @@ const char* const kUsage =
     "\n"
     "  --collector PATH  run this collector binary instead of the installed one\n"
     "  --keep DIR        build the device root in DIR (new or empty) and leave it there\n"
-    "  --valgrind        run the collector under valgrind and show its findings\n";
+    "  --valgrind        run the collector under valgrind and show its findings\n"
+    "  --power-cuts      record the run and report every point where a power cut could\n"
+    "                    leave the ready marker beside an incomplete or mixed dump\n";
 
 namespace {
 
@@ -96,6 +98,8 @@ void ParseRun(Arguments& arguments, Options& options)
             options.keep = arguments.ValueOf(argument);
         else if (argument == "--valgrind")
             options.valgrind = true;
+        else if (argument == "--power-cuts")
+            options.power_cuts = true;
         else if (argument.size() > 1 && argument[0] == '-')
             throw UsageError("unknown option '" + argument + "'");
         else if (!options.scenario.empty())
@@ -103,6 +107,8 @@ void ParseRun(Arguments& arguments, Options& options)
         else
             options.scenario = argument;
     }
+    if (options.valgrind && options.power_cuts)
+        throw UsageError("--valgrind and --power-cuts each run the collector their own way; choose one");
     if (options.action == Options::Action::kRun && options.scenario.empty())
         throw UsageError("which scenario? (crash-dump-sim --list shows the built-in ones)");
 }

@@ -25,6 +25,7 @@ struct Options {
     std::string collector; // another collector binary; empty: the installed one
     std::string keep;      // where to leave the device root; empty: removed
     bool valgrind = false;
+    bool power_cuts = false; // the power-cut analysis instead of the plain run
 
     // make-env: the variables, in the order given, and the block they fill.
     std::vector<std::pair<std::string, std::string>> variables;

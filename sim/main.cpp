@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "device_root.h"
 #include "image_commands.h"
 #include "installation.h"
+#include "power_cut_analysis.h"
 #include "report.h"
 #include "scenario.h"
 #include "scenario_directory.h"
@@ -86,6 +88,8 @@ int Run(const sim::Options& options, const sim::Installation& installation)
     sim::ShowInputs(options.scenario, scenario, device);
     if (g_interruption != 0)
         return 128 + g_interruption;
+    if (options.power_cuts)
+        return sim::RunPowerCutAnalysis(device, std::cout);
 
     sim::DeviceRoot::Process collector = device.Start();
     g_collector = collector.Id();

@@ -39,6 +39,7 @@ const BuiltIn kBuiltIns[] = {
     {"kernel-panic", 0, kDump},
     {"unknown-silicon", 1, "crash-dump caught exception: Unexpected silicon type\n"},
     {"watchdog-crash", 0, kDump},
+    {"earlier-dump-waiting", 0, kDump},
 };
 
 class BuiltInScenarioTest : public sandbox::SandboxTest, public ::testing::WithParamInterface<BuiltIn> {};
