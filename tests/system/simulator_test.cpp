@@ -35,11 +35,11 @@ const BuiltIn kBuiltIns[] = {
     {"clean-boot", 1, kNoDump},
     {"corrupt-environment", 0, kDump},
     {"dump-trigger", 0, kDump},
+    {"earlier-dump-waiting", 0, kDump},
     {"gzip-rescue-bad-blocks", 0, kDump},
     {"kernel-panic", 0, kDump},
     {"unknown-silicon", 1, "crash-dump caught exception: Unexpected silicon type\n"},
     {"watchdog-crash", 0, kDump},
-    {"earlier-dump-waiting", 0, kDump},
 };
 
 class BuiltInScenarioTest : public sandbox::SandboxTest, public ::testing::WithParamInterface<BuiltIn> {};
