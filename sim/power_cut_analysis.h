@@ -14,7 +14,7 @@ namespace sim {
 // device's /usr), recording what it, the shell, tar and bzip2 do to files.
 // After each operation on the dump directory it looks at every state storage
 // may hold if power failed right there, under the weak guarantees POSIX gives
-// (sim/POWER-CUTS.md), and writes to `out`:
+// (sim/README.md, "Power cuts"), and writes to `out`:
 // - one line per cut point at which some state has the ready marker beside an
 //   archive and an info file that are not one complete dump, with an example;
 // - one line "N cut points, S states examined, V violations";
