@@ -26,8 +26,10 @@ capture_root() {
 
 echo "==== capture begin ===="
 if capture_root; then
+    started=$(cut -d' ' -f1 /proc/uptime)
     chroot "$root" /bin/sh /tmp/capture-device.sh /tmp/scenario >/dev/null 2>/tmp/capture.stderr
     echo "@@status $?"
+    echo "@@seconds $started $(cut -d' ' -f1 /proc/uptime)"
     sed 's/^/@@stderr /' /tmp/capture.stderr
     tar -C "$root/tmp/scenario" -cf - . | gzip | base64 | sed 's/^/@@tar /'
 else

@@ -4,8 +4,8 @@
 # that scenario. Both runs must tell the same: the exit status, standard error
 # line for line and the info file key for key, but for "time" (the board has
 # no clock) and "salt" (random). Sourced by scripts/target-tests.sh after
-# collector-cases.sh, whose tagged() it uses; it provides target, logs, work,
-# SIM and check.
+# collector-cases.sh, whose tagged() it uses, in the repository's root; it
+# provides target, logs, work, SIM and check.
 
 CAPTURE_CASE=complete_dump
 
@@ -85,6 +85,7 @@ capture_replay_agrees() { # name
             "${#keys[@]} info keys (all but time and salt):"
         echo "  ${keys[*]}"
         echo "the board's info has time: ${board[time]-none}; the replay's: ${replay[time]-none}"
+        tagged "$capture" seconds | awk '{ printf "capture-device.sh ran %.1f s on the board\n", $2 - $1 }'
     } >"$summary"
     [ "$differ" -eq 0 ]
 }
