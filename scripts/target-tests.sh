@@ -11,6 +11,7 @@ cd "$(dirname "$0")/.."
 target=scripts/target
 . "$target/lib/common.sh"
 . "$target/tests/collector-cases.sh"
+. "$target/tests/capture-replay.sh"
 
 started=$SECONDS
 # Logs, consoles and results stay for a look after a failure.
@@ -143,6 +144,7 @@ for name in "${COLLECTOR_CASES[@]}"; do
     [ -s "$logs/$name.results" ] &&
         echo "     the collector ran $(tagged "$logs/$name.results" elapsed_ms) ms in the guest"
 done
+check_capture_replay
 
 # The board scripts' own tests: the host helpers, the smoke boot and the
 # board's status and timeout handling.

@@ -115,6 +115,8 @@ prepare_complete_dump() {
     # block 1 (chip block 9), inside the five blocks of the image.
     flash_with_bad_blocks "$1" 0,9 "" || return
     echo 0x10 >"$1/case/reset-cause"
+    # The board's state is captured afterwards, for the host to replay.
+    seed_capture "$1"
 }
 
 # No SoC line: the collector reads the SoC's own registers, and QEMU's
