@@ -58,6 +58,7 @@ TEST_P(BuiltInScenarioTest, EndsWithItsStatusFinalLineAndOutputs)
         return;
     EXPECT_EQ(ArchiveMembers(), row.members);
     EXPECT_THAT("\n" + m_device.ReadFile(kInfoFile), HasSubstr("\n" + std::string(row.info) + "\n"));
+    EXPECT_THAT(m_device.ReadFile(kInfoFile), ::testing::ContainsRegex("\ntime=20[0-9]{6}T[0-9]{6}Z\n"));
     EXPECT_EQ(ArchiveMember("./info"), m_device.ReadFile(kInfoFile));
     EXPECT_EQ(ArchiveMember("./lastkmsg"), m_device.ReadFile(kKernelLog));
     EXPECT_EQ(ArchiveMember("./ltcore"), m_device.ReadFile(kCoreImage)); // an empty one is no member
