@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <stdio_ext.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +14,7 @@
 #include <csignal>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "kernel_log.h"
@@ -59,26 +64,32 @@ std::string WithoutEmulatorNotice(std::string standard_error)
 }
 
 // "<2>" makes a critical kernel log record. The C library's entry points serve
-// assert() in header-only code, and abort as it does.
+// assert() in header-only code, and abort as it does. What the program had
+// buffered for standard output comes out ahead of the report on the console,
+// as it was printed; the kernel log needs no such care.
 TEST(AssertReportTest, WritesExactlyThisToTheKernelLogOrElseToStandardError)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root for a private kernel log";
     const std::tuple<bool, void (*)(), bool, const char*, const char*> cases[] = {
         {true, Plain, false, "<2>User space assert from process {}: a == b\nASSERT Executing lib/x:7:void f()\n", ""},
-        {false, Plain, false, "", "\r\nASSERT FAILED: a == b\r\nlib/x:7:void f()\r\n\r\n"},
+        {false, Plain, false, "", "out;\r\nASSERT FAILED: a == b\r\nlib/x:7:void f()\r\n\r\n"},
         {true, Formatted, false, "<2>User space assert from {}: x\nP=(nil)\nASSERT Executing f:1:g\n", ""},
-        {false, Formatted, false, "", "\r\nASSERT FAILED: x\r\nP=(nil)\n\r\nf:1:g\r\n\r\n"},
-        {false, [] { __assert_fail("x > 0", "y", 3, "h"); }, true, "", "\r\nASSERT FAILED: x > 0\r\ny:3:h\r\n\r\n"},
-        {false, [] { __assert("x > 0", "y", 3); }, true, "", "\r\nASSERT FAILED: x > 0\r\ny:3:UNKNOWN\r\n\r\n"},
+        {false, Formatted, false, "", "out;\r\nASSERT FAILED: x\r\nP=(nil)\n\r\nf:1:g\r\n\r\n"},
+        {false, [] { __assert_fail("x > 0", "y", 3, "h"); }, true, "", "out;\r\nASSERT FAILED: x > 0\r\ny:3:h\r\n\r\n"},
+        {false, [] { __assert("x > 0", "y", 3); }, true, "", "out;\r\nASSERT FAILED: x > 0\r\ny:3:UNKNOWN\r\n\r\n"},
         {false, [] { __assert_perror_fail(ENOENT, "y", 4, "h"); }, true, "",
-         "\r\nASSERT FAILED: No such file or directory\r\ny:4:h\r\n\r\n"},
+         "out;\r\nASSERT FAILED: No such file or directory\r\ny:4:h\r\n\r\n"},
     };
     for (const auto& [writable, report, aborts, kernel_log, standard_error] : cases) {
         const test_support::TempDirectory directory("assert-test");
         const std::string error_file = directory.Path() + "/stderr";
         const auto end = test_support::RunWithOwnKernelLog(directory.Path() + "/kmsg", !writable, [&, r = report] {
-            dup2(open(error_file.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+            __fpurge(stdout); // the parent's, not ours to print
+            const int output = open(error_file.c_str(), O_WRONLY | O_CREAT, 0600);
+            dup2(output, STDOUT_FILENO);
+            dup2(output, STDERR_FILENO);
+            std::fputs("out;", stdout);
             r();
         });
         EXPECT_EQ(WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGABRT, aborts) << standard_error;
@@ -107,6 +118,29 @@ TEST(BrokenInvariantDeathTest, EndsInAReport)
                  "ASSERT FAILED: sm_instance == __null\r\nlib/platform/singleton.h:[0-9]+:");
     EXPECT_DEATH((test_support::ForceReportsToStandardError(), write_all_throw(g_stalled_fd = STDOUT_FILENO, "x", 1)),
                  "ASSERT FAILED: n != 0\r\nlib/platform/posix_helpers.cpp:[0-9]+:void write_all_throw\\(");
+}
+
+// A child is pinned only where the adjustment changes its set, and says so.
+TEST(CpuSetTest, PinsTheCallingThreadOnlyWhenTheAdjustmentAsksAndSaysSo)
+{
+    for (const bool pin : {false, true}) {
+        cpu_set_t before, after;
+        testing::internal::CaptureStderr();
+        std::thread([&] {
+            prctl(PR_SET_NAME, "pinned");
+            pthread_getaffinity_np(pthread_self(), sizeof before, &before);
+            ConfigureCpuSet([pin](cpu_set_t& set) {
+                if (pin) {
+                    CPU_ZERO(&set);
+                    CPU_SET(0, &set);
+                }
+                return pin;
+            });
+            pthread_getaffinity_np(pthread_self(), sizeof after, &after);
+        }).join();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), pin ? "Configured CPUs for pinned: 0\n" : "");
+        EXPECT_EQ(CPU_COUNT(&after), pin ? 1 : CPU_COUNT(&before));
+    }
 }
 
 TEST(FileTest, WritesAndReadsUpToTheEndAndNamesWhatFailed)

@@ -42,6 +42,8 @@ TEST(SpawnProcessTest, TheChildSeesWhatItsOptionsPromise)
         {"parent descriptors stay behind", 0, "test -e /proc/$$/fd/$LEAKED", 1, "", false},
         {"new session", SpawnProcess::NewSession, session, 0, "1\n", false},
         {"same session by default", 0, session, 0, "0\n", false},
+        {"leads its own group", SpawnProcess::ForegroundProcessGroup, "set -- $(cat /proc/$$/stat); echo $(($5 == $$))",
+         0, "1\n", false},
         {"signals unblocked", 0, "grep ^SigBlk: /proc/$$/status", 0, "SigBlk:\t0000000000000000\n", false},
         // Only the capability to bind below port 1024 (bit 10) stays, in all four sets.
         {"unprivileged", 0,
