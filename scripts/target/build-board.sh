@@ -10,9 +10,9 @@
 #   board.dtb     the EVK device tree with the boot loader's /lumora/bootloader
 #                 node; run-board.sh sets imx-reset-cause per boot
 #   base/         the initramfs every scenario starts from: busybox, nandsim,
-#                 ubi, ubifs and its compressors and what they depend on (depmod'ed), mtd-utils'
-#                 NAND and UBI tools with their libraries (mk-initramfs.sh adds
-#                 /init and the scenario)
+#                 ubi, ubifs with its compressors, and what they depend on
+#                 (depmod'ed), mtd-utils' NAND and UBI tools with their
+#                 libraries (mk-initramfs.sh adds /init and the scenario)
 #   kernel.version
 # and then has build-cmdlinepart.sh build the kernel's command-line partition
 # parser for that kernel (cached on its own, beside the board).
@@ -34,8 +34,8 @@ BOARD=$TARGET_CACHE/board
 STAMP=$BOARD/.crash-dump-board
 # Bump when the board's content changes, to force a rebuild.
 LAYOUT=2
-# UBIFS asks the crypto API for its zlib and zstd compressors when it loads,
-# and refuses to load without them.
+# UBIFS does not load without its zlib and zstd compressors, which nothing
+# would load for it.
 MODULES=(nandsim ubi ubifs deflate zstd)
 # busybox has no UBI applets but ubirename.
 MTD_TOOLS=(nandwrite nanddump flash_erase mtdinfo mtd_debug nandtest nandflipbits flashcp

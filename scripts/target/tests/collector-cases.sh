@@ -155,9 +155,9 @@ prepare_read_only_flash() {
 # A crash at a watchdog reset, its output directory on UBIFS in a partition of
 # its own, and an earlier dump waiting there: the board cuts the power at one
 # point of the run after another (power-cut.scenario). The earlier crash's
-# core is smaller, so that the sweep has time for more cut points.
-POWER_CUT_DATA_PARTITION=flash0.data
+# core is the smaller: making that dump only sets the scene.
 prepare_power_cut_sweep() {
+    local data=flash0.data
     seed_collector "$1"
     # The scenario writes the core images itself, random bytes.
     seed_previous_run "$1" 0 0 0
@@ -165,9 +165,9 @@ prepare_power_cut_sweep() {
     # 96 blocks: UBI keeps 20 for bad blocks (as many per 1024 of the
     # chip's) and 4 for itself, UBIFS about a dozen; the rest holds both
     # dumps with a few MiB to spare.
-    flash_with_bad_blocks "$1" 0 "" "$((96 * ERASE_BLOCK))($POWER_CUT_DATA_PARTITION)" || return
+    flash_with_bad_blocks "$1" 0 "" "$((96 * ERASE_BLOCK))($data)" || return
     cat >>"$1/case/case.env" <<EOF
-DATA_PARTITION=$POWER_CUT_DATA_PARTITION
+DATA_PARTITION=$data
 EARLIER_CORE_BYTES=$((512 * 1024))
 CORE_BYTES=$((2 * 1024 * 1024))
 EOF
