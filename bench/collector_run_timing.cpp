@@ -1,5 +1,5 @@
-// Times whole runs of the collector in the device sandbox next to /bin/true
-// run the same way, so the sandbox's own cost (fork, namespace, chroot, exec)
+// Times whole runs of the collector in the simulated device next to /bin/true
+// run the same way, so the simulator's own cost (fork, namespace, chroot, exec)
 // can be told apart from the collector's.
 
 #include <unistd.h>
@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "device_root.h"
-#include "scenarios.h"
+#include "installation.h"
+#include "scenario.h"
+#include "scenario_directory.h"
 
 namespace {
 
@@ -20,12 +22,12 @@ struct Figures {
     long max_rss_kib;
 };
 
-Figures Measure(const std::function<sandbox::RunResult()>& run, int runs)
+Figures Measure(const std::function<sim::RunResult()>& run, int runs)
 {
     std::vector<double> times;
     long rss = 0;
     for (int i = 0; i < runs; ++i) {
-        sandbox::RunResult result = run();
+        sim::RunResult result = run();
         times.push_back(result.wall_seconds * 1000);
         rss = std::max(rss, result.max_rss_kib);
     }
@@ -43,14 +45,15 @@ void Report(const char* what, const Figures& f)
 int main(int argc, char** argv)
 {
     if (geteuid() != 0) {
-        std::fprintf(stderr, "needs root for the device sandbox\n");
+        std::fprintf(stderr, "needs root for the simulated device\n");
         return 2;
     }
     const int runs = argc > 1 ? std::stoi(argv[1]) : 20;
 
-    sandbox::DeviceRoot device;
-    sandbox::PrepareCleanBoot(device);
+    const sim::Installation installation = sim::Installation::Under(CRASH_DUMP_SIM_STAGE);
+    sim::DeviceRoot device(installation);
+    sim::Apply(sim::LoadScenario(installation.scenarios + "/clean-boot"), device);
     Report("crash-dump, no dump due", Measure([&] { return device.Run(); }, runs));
-    Report("/bin/true, same sandbox", Measure([&] { return device.Run({"/bin/true"}); }, runs));
+    Report("/bin/true, same device", Measure([&] { return device.Run({"/bin/true"}); }, runs));
     return 0;
 }

@@ -1,5 +1,5 @@
 // The dump path with a large core: the collector's wall time against the dump
-// script run directly by the shell on the same files in the same sandbox, and
+// script run directly by the shell on the same files in the same device, and
 // the collector's peak memory, which must not grow with the core.
 //
 // The peak that the kernel reports for a process includes its reaped
@@ -16,7 +16,9 @@
 
 #include "app/dump_collection.h"
 #include "device_root.h"
-#include "scenarios.h"
+#include "installation.h"
+#include "scenario.h"
+#include "scenario_directory.h"
 
 namespace {
 
@@ -63,7 +65,7 @@ struct Figures {
 
 // The machine may be shared: the fastest round shows the cost with the least
 // interference, the median what to expect.
-Figures Summarise(std::vector<sandbox::RunResult> runs)
+Figures Summarise(std::vector<sim::RunResult> runs)
 {
     std::sort(runs.begin(), runs.end(),
               [](const auto& a, const auto& b) { return a.wall_seconds < b.wall_seconds; });
@@ -74,7 +76,7 @@ Figures Summarise(std::vector<sandbox::RunResult> runs)
 }
 
 // The collector from start to end; fails when it made no dump.
-bool RunCollector(sandbox::DeviceRoot& device, std::vector<sandbox::RunResult>& runs)
+bool RunCollector(sim::DeviceRoot& device, std::vector<sim::RunResult>& runs)
 {
     device.Remove(kArchive);
     runs.push_back(device.Run());
@@ -87,7 +89,7 @@ bool RunCollector(sandbox::DeviceRoot& device, std::vector<sandbox::RunResult>& 
 
 // The same script by itself, on a staging directory prepared as the
 // collector prepares it.
-void RunScript(sandbox::DeviceRoot& device, std::vector<sandbox::RunResult>& runs)
+void RunScript(sim::DeviceRoot& device, std::vector<sim::RunResult>& runs)
 {
     device.Remove(kArchive);
     device.MakeDirectory(kStaging, 0700);
@@ -111,23 +113,24 @@ int main()
         return 2;
     }
 
-    sandbox::DeviceRoot device;
-    sandbox::PrepareCrashedDevice(device);
+    const sim::Installation installation = sim::Installation::Under(CRASH_DUMP_SIM_STAGE);
+    sim::DeviceRoot device(installation);
+    sim::Apply(sim::LoadScenario(installation.scenarios + "/watchdog-crash"), device);
 
     // Little for bzip2 to do: the peak is about the collector's own.
-    std::vector<sandbox::RunResult> no_core;
+    std::vector<sim::RunResult> no_core;
     device.WriteFile("/dev/ltcore", "");
     if (!RunCollector(device, no_core))
         return 1;
 
     device.WriteFile("/dev/lastkmsg", KernelLog(1 << 20));
-    std::vector<sandbox::RunResult> small_core;
+    std::vector<sim::RunResult> small_core;
     device.WriteFile("/dev/ltcore", CoreImage(1 << 20));
     if (!RunCollector(device, small_core))
         return 1;
 
-    std::vector<sandbox::RunResult> collector;
-    std::vector<sandbox::RunResult> script;
+    std::vector<sim::RunResult> collector;
+    std::vector<sim::RunResult> script;
     device.WriteFile("/dev/ltcore", CoreImage(64 << 20));
     for (int round = 0; round < kRounds; ++round) {
         if (!RunCollector(device, collector))

@@ -83,8 +83,8 @@ const Flashed& Partition(size_t mebibytes, bool gzip)
     if (found != made.end())
         return found->second;
 
-    const std::string image = sandbox::RescueFitImage("6.1.55-rescue", mebibytes * kMiB);
-    const std::string flashed = gzip ? sandbox::Gzip(image) : image;
+    const std::string image = sim::RescueFitImage("6.1.55-rescue", mebibytes * kMiB);
+    const std::string flashed = gzip ? sim::Gzip(image) : image;
     const auto blocks = static_cast<uint32_t>(flashed.size() / kEraseSize + 8);
     auto nand = test_support::MemoryNand::Make(kEraseSize, blocks);
     nand->SetBad(blocks / 3); // a bad block inside the image, as real flash has

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Builds the collector and runs it in a simulated device that has just
-# crashed, then shows the dump it produced. Run as root.
+# Builds the collector and the device simulator, runs the collector in a
+# simulated device whose player has just crashed (the built-in scenario
+# watchdog-crash), and shows the dump it produced. Run as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup-host.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target crash-dump crash-dump-demo
-build/release/tests/sandbox/crash-dump-demo
+cmake --build --preset release --target crash-dump-sim sim_scenarios
+build/release/sim/stage/bin/crash-dump-sim watchdog-crash

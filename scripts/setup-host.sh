@@ -11,7 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   bzip2 tar util-linux coreutils
   clang libclang-rt-14-dev
-  valgrind
+  valgrind strace
 )
 
 missing=()

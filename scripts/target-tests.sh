@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The target stage: the armhf build's unit tests under qemu-user, its
 # installation into a device image, and the static collector's runs on the
-# emulated i.MX6UL board, power cuts among them, each checked from here. Set-up is idempotent and
-# cached under /var/cache/crash-dump-target; the first run downloads Debian's
-# armhf packages. Run as root: the set-up installs host packages.
+# emulated i.MX6UL board, power cuts among them, each checked from here.
+# Set-up is idempotent and cached under /var/cache/crash-dump-target; the
+# first run downloads Debian's armhf packages. Run as root: the set-up
+# installs host packages.
 #
 # Usage: scripts/target-tests.sh
 set -uo pipefail
@@ -11,6 +12,7 @@ cd "$(dirname "$0")/.."
 target=scripts/target
 . "$target/lib/common.sh"
 . "$target/tests/collector-cases.sh"
+. "$target/tests/capture-replay.sh"
 
 started=$SECONDS
 # Logs, consoles and results stay for a look after a failure.
@@ -57,9 +59,9 @@ echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
 
 # The flash images come from the same builders as the host's system tests.
 quiet "$logs/release.log" cmake --preset release || die "configuring release failed"
-quiet "$logs/release.log" cmake --build --preset release -j2 --target device-images ||
-    die "building device-images failed"
-DEVICE_IMAGES=$PWD/build/release/tests/sandbox/device-images
+quiet "$logs/release.log" cmake --build --preset release -j2 --target crash-dump-sim ||
+    die "building crash-dump-sim failed"
+SIM=$PWD/build/release/sim/stage/bin/crash-dump-sim
 
 # Prepares the case NAME (collector-cases.sh) and boots it with
 # tests/SCENARIO.scenario, giving up after TIMEOUT seconds; the console and
@@ -154,6 +156,7 @@ for name in "${COLLECTOR_CASES[@]}"; do
     [ -s "$logs/$name.results" ] &&
         echo "     the collector ran $(tagged "$logs/$name.results" elapsed_ms) ms in the guest"
 done
+check_capture_replay
 
 # The board scripts' own tests: the host helpers, the smoke boot and the
 # board's status and timeout handling.

@@ -2,6 +2,7 @@
 
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -20,6 +21,26 @@ bool RedirectKernelLog(const std::string& file, bool read_only)
     if (read_only && mount(nullptr, "/dev/kmsg", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
         return false;
     return true;
+}
+
+ChildEnd RunWithOwnKernelLog(const std::string& file, bool read_only, const std::function<void()>& body)
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (!RedirectKernelLog(file, read_only))
+            _exit(255);
+        // Nothing may leave the child but its exit status: an exception would
+        // run the rest of the test program a second time.
+        try {
+            body();
+        } catch (...) {
+            _exit(254);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return {pid, status};
 }
 
 void ForceReportsToStandardError()

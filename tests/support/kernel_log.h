@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 
 namespace test_support {
@@ -10,6 +13,17 @@ namespace test_support {
 // With read_only set, opening the kernel log for writing fails, which takes
 // the reporters' standard-error paths.
 bool RedirectKernelLog(const std::string& file, bool read_only = false);
+
+struct ChildEnd {
+    pid_t pid;
+    int status; // as waitpid gives it
+};
+
+// Runs body in a child process whose kernel log is file (see
+// RedirectKernelLog) and waits for it. The child ends with 255 when it cannot
+// have a kernel log of its own, with 254 when body throws, else with 0 unless
+// body ends it first.
+ChildEnd RunWithOwnKernelLog(const std::string& file, bool read_only, const std::function<void()>& body);
 
 // For death tests: makes the kernel log unwritable, so assertion reports take
 // their standard-error path, where the death test's matcher looks. Without

@@ -1,136 +1,40 @@
-// Where the collector writes: the lock directory and the output directory,
-// read-only, full or unable to sync, and a run cut off in the middle of a
-// dump. A ready marker must only ever stand beside a dump the run counted as
-// written, and nothing a cut-off run leaves may stop the next boot's run.
+// Where the collector writes, while an earlier dump still waits for its
+// upload: faults of the output directory, runs cut off or started together. A
+// ready marker must only ever stand beside a dump of one run, and the lock must
+// tell other programs on the device when the collector has finished.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <functional>
-#include <memory>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "device_files.h"
-#include "device_root.h"
 #include "sandbox_test.h"
-#include "scenarios.h"
 
 namespace {
 
 using namespace sandbox::device_files;
-using ::testing::EndsWith;
-using ::testing::IsSupersetOf;
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+namespace fs = std::filesystem;
 
-struct OutputFault {
-    const char* name;
-    void (*apply)(sandbox::DeviceRoot&);
-    int status;
-    const char* final_line;
-    bool info;  // whether the info file has content afterwards
-    bool ready; // whether the ready marker exists afterwards
-};
-
-const OutputFault kOutputFaults[] = {
-    {"read_only_lock_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly("/var/lock"); }, 1,
-     "crash-dump caught exception: /var/lock/crash-dump-complete.tmp: Read-only file system (30)\n", false, false},
-    {"read_only_output_directory", [](sandbox::DeviceRoot& device) { device.MakeReadOnly(kOutputDirectory); }, 1,
-     "crash-dump caught exception: /var/lib/lumora/crash-dump/crash-dump.ready: Read-only file system (30)\n",
-     false, false},
-    // The info file fails silently; the marker needs no space.
-    {"output_directory_full",
-     [](sandbox::DeviceRoot& device) {
-         device.MountTmpfs(kOutputDirectory, 4096);
-         device.WriteFile(std::string(kOutputDirectory) + "/filler", std::string(4096, 'x'));
-     },
-     0, kDump, false, true},
-    // A marker that cannot be synced is as durable as it will get.
-    {"marker_cannot_be_synced", [](sandbox::DeviceRoot& device) { device.BindHostFile("/dev/null", kReadyMarker); },
-     0, kDump, true, true},
-};
-
-std::string CaseName(const ::testing::TestParamInfo<OutputFault>& info)
-{
-    return info.param.name;
-}
-
-class OutputFaultTest : public sandbox::SandboxTest {
+class EarlierDumpTest : public sandbox::SandboxTest {
 protected:
-    OutputFaultTest() : SandboxTest(sandbox::PrepareCrashedDevice) {}
-};
+    EarlierDumpTest() : SandboxTest("watchdog-crash") {}
 
-class OutputFaultTableTest : public OutputFaultTest, public ::testing::WithParamInterface<OutputFault> {};
-
-TEST_P(OutputFaultTableTest, EndsWithTheDocumentedOutcome)
-{
-    const OutputFault& fault = GetParam();
-    fault.apply(m_device);
-
-    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
-
-    ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
-    EXPECT_EQ(result.exit_status, fault.status) << result.standard_error;
-    EXPECT_THAT(result.standard_error, EndsWith(fault.final_line));
-    EXPECT_EQ(m_device.Exists(kInfoFile) && !m_device.ReadFile(kInfoFile).empty(), fault.info);
-    EXPECT_EQ(m_device.Exists(kReadyMarker), fault.ready);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTableTest, ::testing::ValuesIn(kOutputFaults), CaseName);
-
-bool WaitFor(const std::function<bool()>& condition, std::chrono::seconds timeout)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-// The archive's members as the system's tar lists them.
-std::vector<std::string> ArchiveMembers(const std::string& archive)
-{
-    std::vector<std::string> members;
-    const std::string command = "tar -tjf '" + archive + "' 2>/dev/null";
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> listing(popen(command.c_str(), "r"), &pclose);
-    char line[4096];
-    while (listing && std::fgets(line, sizeof line, listing.get()) != nullptr)
-        members.emplace_back(line, std::strcspn(line, "\n"));
-    return members;
-}
-
-// The script's failure is not the collector's: whatever reached the storage
-// is announced as the dump.
-TEST_F(OutputFaultTest, OutputFillingUpDuringTheArchiveStillCountsAsCollected)
-{
-    m_device.MountTmpfs(kOutputDirectory, 64 << 10);
-    // Incompressible and many times the space: tar fails part way.
-    m_device.WriteFile(kCoreImage, sandbox::RandomBytes(1 << 20));
-
-    const sandbox::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
-
-    ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
-    EXPECT_EQ(result.exit_status, 0) << result.standard_error;
-    EXPECT_THAT(result.standard_error, EndsWith(kDump));
-    EXPECT_TRUE(m_device.Exists(kReadyMarker));
-    EXPECT_FALSE(m_device.Exists(kStaging));
-}
-
-// An earlier dump still waits for its upload: archive, info file, marker.
-class EarlierDumpTest : public OutputFaultTest {
-protected:
     void SetUp() override
     {
-        OutputFaultTest::SetUp();
+        SandboxTest::SetUp();
         if (IsSkipped())
             return;
         m_device.WriteFile(kArchive, "earlier archive");
@@ -138,73 +42,138 @@ protected:
         m_device.WriteFile(kReadyMarker, "");
     }
 
-    void ExpectEarlierDump(bool marked) const
+    bool EarlierDumpKept() const
     {
-        EXPECT_EQ(m_device.ReadFile(kArchive), "earlier archive");
-        EXPECT_EQ(m_device.ReadFile(kInfoFile), "earlier info\n");
-        EXPECT_EQ(m_device.Exists(kReadyMarker), marked);
+        return m_device.ReadFile(kArchive) == "earlier archive" && m_device.ReadFile(kInfoFile) == "earlier info\n";
     }
 };
 
-// A leftover of an interrupted run fails this one before it touches anything.
-TEST_F(EarlierDumpTest, StagingLeftoverKeepsTheEarlierDumpHandedOff)
+struct OutputFault {
+    const char* name;
+    void (*apply)(sim::DeviceRoot&);
+    int status;
+    std::string final_line;
+    bool kept;   // the earlier archive and info file are untouched
+    bool marked; // an empty regular file stands as the ready marker afterwards
+    const char* shows = "";
+};
+
+const OutputFault kOutputFaults[] = {
+    {"NothingCrashed", [](sim::DeviceRoot& d) { d.SetResetCauses(0x1); d.WriteFile(kCoreImage, ""); }, 1, kNoDump,
+     true, true},
+    // A leftover of an interrupted run fails this one before it touches anything.
+    {"StagingLeftover", [](sim::DeviceRoot& d) { d.MakeDirectory(kStaging); }, 1,
+     std::string(kCaught) + kStaging + ": File exists (17)\n", true, true},
+    {"ReadyMarkerIsADirectory", [](sim::DeviceRoot& d) { d.Remove(kReadyMarker); d.MakeDirectory(kReadyMarker); }, 1,
+     std::string(kCaught) + kReadyMarker + ": Is a directory (21)\n", false, false},
+    // Replaced, not written through.
+    {"ReadyMarkerIsALink",
+     [](sim::DeviceRoot& d) { d.Remove(kReadyMarker); fs::create_symlink("/dev/kmsg", d.Path(kReadyMarker)); },
+     0, kDump, false, true},
+    // Neither tar failing part way through an incompressible core nor the info
+    // file counts: whatever reached the storage is announced as the dump.
+    {"OutputDirectoryFillsUp",
+     [](sim::DeviceRoot& d) {
+         d.MountTmpfs(kOutputDirectory, 64 << 10);
+         d.WriteFile(kCoreImage, sandbox::RandomBytes(1 << 20));
+     },
+     0, kDump, false, true},
+    // The staging directory is only scaffolding: failing to remove it (its
+    // parent made append-only) costs a line on standard error, not the dump.
+    {"StagingCannotBeRemoved",
+     [](sim::DeviceRoot& d) {
+         d.MountTmpfs("/var/run/crash-dump", 64 << 10);
+         EXPECT_EQ(std::system(("chattr +a " + d.Path("/var/run/crash-dump")).c_str()), 0);
+     },
+     0, kDump, false, true, "\nFailed to clean up after generating crash dump: "},
+};
+
+class OutputFaultTest : public EarlierDumpTest, public ::testing::WithParamInterface<OutputFault> {};
+
+TEST_P(OutputFaultTest, EndsWithTheDocumentedOutcome)
 {
-    m_device.MakeDirectory(kStaging);
+    const OutputFault& fault = GetParam();
+    fault.apply(m_device);
 
-    const sandbox::RunResult result = m_device.Run();
+    const sim::RunResult result = m_device.Start().Wait(std::chrono::seconds(60));
 
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_THAT(result.standard_error,
-                EndsWith("crash-dump caught exception: /var/run/crash-dump/new: File exists (17)\n"));
-    ExpectEarlierDump(true);
-}
-
-// The marker goes before the archive is rewritten, so no power cut can leave
-// it beside a half-written archive. A run cut off while packing leaves no
-// marker, and its staging directory goes with the volatile /var/run at the
-// next boot.
-TEST_F(EarlierDumpTest, RunKilledBeforeTarLeavesNothingHandedOffAndDoesNotStopTheNextBoot)
-{
-    // A core image that never ends: the dump script blocks reading it.
-    m_device.Remove(kCoreImage);
-    ASSERT_EQ(mkfifo(m_device.Path(kCoreImage).c_str(), 0600), 0);
-
-    sandbox::DeviceRoot::Process run = m_device.Start();
-    ASSERT_TRUE(WaitFor([&] { return m_device.Exists(std::string(kStaging) + "/info"); }, std::chrono::seconds(60)));
-    EXPECT_TRUE(WaitFor([&] { return !m_device.Exists(kReadyMarker); }, std::chrono::seconds(10)));
-    run.Kill(SIGKILL);
-    EXPECT_EQ(run.Wait().signal, SIGKILL);
-    ExpectEarlierDump(false);
-
-    // The next boot: /var/run is volatile, and the system image makes its
-    // directory again.
-    m_device.Remove("/var/run");
-    m_device.MakeDirectory("/var/run/crash-dump");
-    m_device.Remove(kCoreImage);
-    m_device.WriteFile(kCoreImage, "\x7f" "ELF core image of the crashed kernel\n");
-
-    const sandbox::RunResult next = m_device.Run();
-
-    EXPECT_EQ(next.exit_status, 0) << next.standard_error;
-    EXPECT_THAT(next.standard_error, EndsWith(kDump));
-    EXPECT_TRUE(m_device.Exists(kReadyMarker));
-    EXPECT_THAT(ArchiveMembers(m_device.Path(kArchive)),
-                IsSupersetOf({"./info", "./ltcore", "./dmesg", "./lastkmsg"}));
-}
-
-// A marker that is a link is replaced, not written through.
-TEST_F(EarlierDumpTest, StaleMarkerLinkIsReplacedByAnEmptyFile)
-{
-    m_device.Remove(kReadyMarker);
-    ASSERT_EQ(symlink("/etc/lumora-version", m_device.Path(kReadyMarker).c_str()), 0);
-
-    EXPECT_EQ(m_device.Run().exit_status, 0);
-
+    ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
+    EXPECT_EQ(result.exit_status, fault.status) << result.standard_error;
+    EXPECT_EQ(sandbox::FinalLine(result.standard_error), fault.final_line);
+    EXPECT_THAT(result.standard_error, HasSubstr(fault.shows));
+    EXPECT_EQ(EarlierDumpKept(), fault.kept);
     struct stat marker {};
-    ASSERT_EQ(lstat(m_device.Path(kReadyMarker).c_str(), &marker), 0);
-    EXPECT_TRUE(S_ISREG(marker.st_mode));
-    EXPECT_EQ(marker.st_size, 0);
-    EXPECT_EQ(m_device.ReadFile("/etc/lumora-version"), sandbox::kSystemVersion);
+    const bool regular = lstat(m_device.Path(kReadyMarker).c_str(), &marker) == 0 && S_ISREG(marker.st_mode);
+    EXPECT_EQ(regular && marker.st_size == 0, fault.marked);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTest, ::testing::ValuesIn(kOutputFaults),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+// Whether a program waiting for the collector would go on right now.
+bool LockIsFree(const sim::DeviceRoot& device)
+{
+    const int reader = open(device.Path(kLock).c_str(), O_RDONLY | O_CLOEXEC);
+    const bool free = flock(reader, LOCK_SH | LOCK_NB) == 0;
+    close(reader);
+    return free;
+}
+
+// The lock, taken once another holder of the temporary file lets go, is held
+// under its final name until the run ends, even by a kill. Leftovers of
+// earlier runs are taken over as they are: the temporary file neither
+// truncated nor written, an old final name replaced. A run killed before tar
+// has withdrawn the earlier marker, as the archive is about to be rewritten.
+TEST_F(EarlierDumpTest, LockHeldFromTheRenameToTheEndOfARunKilledBeforeTar)
+{
+    m_device.WriteFile(kLock, "stale");
+    m_device.WriteFile(kLockTemporary, "left over");
+    const int holder = open(m_device.Path(kLockTemporary).c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX), 0);
+    // The dump script blocks reading a core device that is a FIFO (the reset
+    // causes make the dump due: the collector itself never opens it).
+    const std::string fifo = m_device.Path(kCoreImage);
+    m_device.Remove(kCoreImage);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+
+    sim::DeviceRoot::Process run = m_device.Start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(m_device.ReadFile(kLock), "stale") << "renamed before the lock was granted";
+    close(holder);
+    int script = -1; // opening the FIFO without blocking succeeds once the script reads it
+    for (int tries = 0; tries < 12000 && (script = open(fifo.c_str(), O_WRONLY | O_NONBLOCK)) < 0; ++tries)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_GE(script, 0) << "the dump script never read the core device";
+    EXPECT_EQ(m_device.ReadFile(kLock), "left over");
+    EXPECT_FALSE(m_device.Exists(kLockTemporary) || LockIsFree(m_device));
+    run.Kill(SIGKILL);
+    close(script);
+
+    EXPECT_EQ(run.Wait().signal, SIGKILL);
+    EXPECT_TRUE(LockIsFree(m_device));
+    EXPECT_TRUE(EarlierDumpKept());
+    EXPECT_FALSE(m_device.Exists(kReadyMarker));
+}
+
+using CompletionLockTest = EarlierDumpTest;
+
+// Collectors started together, as by a boot that starts the unit twice: each
+// ends as a whole run does. One that opened the temporary name just before
+// another renamed it fails its rename; two with different files collide.
+TEST_F(CompletionLockTest, CollectorsStartedTogetherEachEndAsAWholeRun)
+{
+    for (const char* scenario : {"watchdog-crash", "clean-boot", "watchdog-crash", "clean-boot", "watchdog-crash"}) {
+        Prepare(scenario);
+        std::vector<sim::DeviceRoot::Process> runs;
+        for (int i = 0; i < 3; ++i)
+            runs.push_back(m_device.Start());
+        for (sim::DeviceRoot::Process& run : runs) {
+            const sim::RunResult result = run.Wait(std::chrono::seconds(60));
+            const std::string final_line = sandbox::FinalLine(result.standard_error);
+            EXPECT_THAT(final_line, AnyOf(kDump, kNoDump, StartsWith(kCaught))) << result.standard_error;
+            EXPECT_EQ(result.exit_status, final_line == kDump ? 0 : 1) << scenario;
+        }
+    }
 }
 
 } // namespace

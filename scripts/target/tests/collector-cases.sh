@@ -1,7 +1,7 @@
 # The collector's runs on the emulated board, as the host prepares and checks
 # them. Sourced by scripts/target-tests.sh, which provides COLLECTOR (the
-# stripped static armhf collector) and DEVICE_IMAGES (the host program that
-# writes flash images).
+# stripped static armhf collector) and SIM (the host's crash-dump-sim, whose
+# make-env and make-fit write the flash images).
 #
 # Each case NAME has prepare_NAME DIR, which fills DIR/case (copied to /case
 # on the board, read there by the case's scenario) and writes the boot's reset
@@ -95,8 +95,8 @@ $2"
 flash_with_bad_blocks() { # dir bad-blocks flags [partitions]
     local images=$1/case/images
     mkdir -p "$images"
-    "$DEVICE_IMAGES" environment "$images/nvram.img" "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" || return 1
-    "$DEVICE_IMAGES" rescue "$images/rescue.img" "$RESCUE_VERSION" 600000 || return 1
+    "$SIM" make-env --erase-size "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" >"$images/nvram.img" || return 1
+    "$SIM" make-fit --version "$RESCUE_VERSION" --gzip --payload 600000 >"$images/rescue.img" || return 1
     cat >"$1/case/case.env" <<EOF
 NANDSIM="$NAND_CHIP badblocks=$2"
 FLASH_VIEW=$FLASH_VIEW
@@ -119,6 +119,8 @@ prepare_complete_dump() {
     # block 1 (chip block 9), inside the five blocks of the image.
     flash_with_bad_blocks "$1" 0,9 "" || return
     echo 0x10 >"$1/case/reset-cause"
+    # The board's state is captured afterwards, for the host to replay.
+    seed_capture "$1"
 }
 
 # No SoC line: the collector reads the SoC's own registers, and QEMU's

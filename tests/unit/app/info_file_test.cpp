@@ -1,61 +1,26 @@
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 #include "app/info_file.h"
+#include "platform/posix_helpers.h"
+#include "temp_directory.h"
 
 namespace {
 
-class InfoFileTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/info-file.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_directory = pattern;
-        m_path = m_directory + "/crash-dump.info";
-    }
-    void TearDown() override { std::system(("rm -rf " + m_directory).c_str()); }
-
-    std::string Content() const
-    {
-        std::ifstream file(m_path, std::ios::binary);
-        std::stringstream content;
-        content << file.rdbuf();
-        return content.str();
-    }
-
-    std::string m_directory;
-    std::string m_path;
-};
-
-TEST_F(InfoFileTest, OneLinePerEntryInByteWiseKeyOrder)
+// Readers split on the first "=" and on line feeds; the writer leaves a value
+// exactly as the log gave it, and an earlier file does not shine through.
+TEST(InfoFileTest, ReplacesTheFileWithOneRawLinePerEntryInByteWiseKeyOrder)
 {
-    WriteInfoFile({{"b", "2"}, {"a", "1"}, {"B", "0"}}, m_path);
-    EXPECT_EQ(Content(), "B=0\na=1\nb=2\n");
-}
-
-TEST_F(InfoFileTest, ValuesAreWrittenUnescaped)
-{
-    WriteInfoFile({{"assert", "x=1\nBacktrace"}}, m_path);
-    EXPECT_EQ(Content(), "assert=x=1\nBacktrace\n");
-}
-
-TEST_F(InfoFileTest, EmptyRecordEmptiesAnExistingFile)
-{
-    std::ofstream(m_path) << "old=1\n";
-    WriteInfoFile({}, m_path);
-    EXPECT_EQ(Content(), "");
-}
-
-TEST_F(InfoFileTest, UnwritablePathIsSilent)
-{
-    EXPECT_NO_THROW(WriteInfoFile({{"a", "1"}}, m_directory));
-    EXPECT_NO_THROW(WriteInfoFile({{"a", "1"}}, m_directory + "/missing/info"));
+    test_support::TempDirectory directory("info-file");
+    const std::string path = directory.Path() + "/crash-dump.info";
+    std::ofstream(path) << "stale=an earlier and longer record\n";
+    WriteInfoFile({{"b", "2"}, {"a", "x=1\nBacktrace"}, {"B", ""}}, path);
+    EXPECT_EQ(ReadWholeFile(path), "B=\na=x=1\nBacktrace\nb=2\n");
+    WriteInfoFile({}, path);
+    EXPECT_EQ(ReadWholeFile(path), "");
+    // A missing info file must never cost the dump itself.
+    EXPECT_NO_THROW(WriteInfoFile({{"a", "1"}}, directory.Path() + "/missing/info"));
 }
 
 } // namespace

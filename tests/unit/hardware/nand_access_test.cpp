@@ -1,205 +1,107 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
+#include <fmt/format.h>
+
+#include "hardware/mtd_partition_table.h"
 #include "hardware/nand_access_linux.h"
 #include "kernel_log.h"
-#include "memory_nand.h"
+#include "outcome.h"
 #include "platform/errno_exception.h"
 #include "temp_directory.h"
+#include "text_stream.h"
 
-namespace {
+TEST(MtdPartitionTableTest, FindsTheExactName)
+{
+    const std::string header = "dev:    size   erasesize  name\n";
+    const std::pair<std::string, std::string> tables[] = {
+        {header + "mtd0: 00040000 00020000 flash0.nv\nmtd12: 00800000 00020000 \"flash0.nvram\"", "/dev/mtd12 800000"},
+        {header + "mtd3: 00040000 00020000 flash0.nvram\n", "/dev/mtd3 40000"},
+        {header, "Failed to find NAND partition named 'flash0.nvram'"},
+        {"", "Failed to read /proc/mtd"},
+    };
+    for (const auto& [table, found] : tables) {
+        EXPECT_EQ(Outcome([&, &table = table] {
+                      const auto partition = FindNandPartition(test_support::TextStream(table).get(), "flash0.nvram");
+                      return fmt::format("{} {:x}", partition.device_path, partition.size);
+                  }), found);
+    }
+}
 
 constexpr uint32_t kErase = 16 * 1024;
 constexpr uint32_t kPage = 512;
 constexpr uint32_t kOob = 16;
-constexpr uint32_t kBlocks = 4;
 
-// The shared erase loop, over the in-memory partition.
-struct EraseRange {
-    uint32_t start;
-    uint32_t length;
-    std::vector<uint32_t> erased;
-};
-
-class EraseGoodBlocksTest : public ::testing::TestWithParam<EraseRange> {};
-
-TEST_P(EraseGoodBlocksTest, SkipsBadBlocks)
-{
-    test_support::MemoryNand nand(kErase, 5);
-    nand.SetBad(2);
-
-    nand.EraseGoodBlocks(GetParam().start, GetParam().length);
-
-    EXPECT_EQ(nand.Erased(), GetParam().erased);
-}
-
-INSTANTIATE_TEST_SUITE_P(Ranges, EraseGoodBlocksTest,
-                         ::testing::Values(EraseRange{kErase, 3 * kErase, {kErase, 3 * kErase}},
-                                           EraseRange{0, 5 * kErase, {0, kErase, 3 * kErase, 4 * kErase}},
-                                           EraseRange{0, 0, {}},
-                                           EraseRange{4 * kErase, UINT32_MAX, {}}));
-
-// The Linux implementation against the fake MTD driver linked into this
-// program: an image file whose sidecar gives the geometry and bad blocks.
+// Against the fake MTD driver linked into this program: an image file whose sidecars give
+// geometry, bad blocks and write protection. Block n holds the letter 'A' + n; block 2 is bad.
 class LinuxNandAccessTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        setenv("FAKE_MTD_DIR", m_directory.c_str(), 1);
-        std::string content;
-        for (uint32_t block = 0; block < kBlocks; ++block)
-            content += std::string(kErase, static_cast<char>('A' + block));
-        std::ofstream(Device(), std::ios::binary) << content;
-        SetBadBlocks("");
+        setenv("FAKE_MTD_DIR", m_directory.Path().c_str(), 1);
+        std::ofstream(m_device) << std::string(kErase, 'A') << std::string(kErase, 'B') << std::string(kErase, 'C')
+                                << std::string(kErase, 'D');
+        std::ofstream(m_device + ".geometry") << kErase << ' ' << kPage << ' ' << kOob << " 2\n";
     }
-
     void TearDown() override { unsetenv("FAKE_MTD_DIR"); }
 
-    void SetBadBlocks(const std::string& blocks)
+    static std::string Read(NandAccess& nand, uint32_t offset, size_t length)
     {
-        std::ofstream(Device() + ".geometry") << kErase << ' ' << kPage << ' ' << kOob << ' ' << blocks << '\n';
+        std::string bytes(length, '\0');
+        bytes.resize(nand.Read(offset, bytes.data(), length));
+        return bytes;
     }
 
-    std::string Device() const { return m_directory + "/mtd0"; }
-
-    std::string Block(uint32_t block) const
-    {
-        std::ifstream image(Device(), std::ios::binary);
-        std::stringstream content;
-        content << image.rdbuf();
-        return content.str().substr(size_t{block} * kErase, kErase);
-    }
-
-    const test_support::TempDirectory m_temporary{"fake-mtd"};
-    const std::string m_directory = m_temporary.Path();
+    const test_support::TempDirectory m_directory{"fake-mtd"};
+    const std::string m_device = m_directory.Path() + "/mtd0";
 };
 
-TEST_F(LinuxNandAccessTest, GeometryAndSizeLimit)
+TEST_F(LinuxNandAccessTest, OpensTheDeviceUpToTheSizeLimitInWholeBlocks)
 {
-    LinuxNandAccessImpl whole(Device(), 16 * 1024 * 1024);
-    EXPECT_EQ(whole.EraseSize(), kErase);
-    EXPECT_EQ(whole.WriteSize(), kPage);
-    EXPECT_EQ(whole.OobSize(), kOob);
-    EXPECT_EQ(whole.TotalSize(), kBlocks * kErase);
-
-    EXPECT_EQ(LinuxNandAccessImpl(Device(), 2 * kErase).TotalSize(), 2 * kErase);
+    EXPECT_EQ(LinuxNandAccessImpl(m_device, 16 * 1024 * 1024).TotalSize(), 4 * kErase);
+    EXPECT_EQ(LinuxNandAccessImpl(m_device, 2 * kErase).TotalSize(), 2 * kErase);
+    EXPECT_DEATH((test_support::ForceReportsToStandardError(), LinuxNandAccessImpl(m_device, kErase + kPage)),
+                 "ASSERT FAILED: m_total_size % m_erase_size == 0\r\nlib/hardware/nand_access_linux.cpp:[0-9]+:"
+                 "LinuxNandAccessImpl::LinuxNandAccessImpl\\(const std::string&, size_t\\)");
 }
 
-TEST_F(LinuxNandAccessTest, OpeningFailures)
+// The driver refuses to erase a bad block or to move more than one page's spare area.
+TEST_F(LinuxNandAccessTest, TransfersAtOffsetsSkippingBadBlocksAndOnePageOfSpareAreaAtATime)
 {
-    try {
-        LinuxNandAccessImpl(m_directory + "/mtd9", kErase);
-        FAIL() << "opened a missing device";
-    } catch (const ErrnoException& e) {
-        EXPECT_EQ(e.what(), m_directory + "/mtd9: No such file or directory (2)");
-    }
-    // A file that no MTD driver answers for.
-    std::ofstream(m_directory + "/plain") << "data";
-    EXPECT_THROW(LinuxNandAccessImpl(m_directory + "/plain", kErase), ErrnoException);
+    LinuxNandAccessImpl nand(m_device, 4 * kErase);
+    nand.Write(kErase - 2, "hello", 5);
+    EXPECT_EQ(Read(nand, kErase - 3, 7), "AhelloB");
+    EXPECT_EQ(Read(nand, 4 * kErase - 2, 8), "DD"); // only the end of the device shortens a read
+    nand.EraseGoodBlocks(kErase, UINT32_MAX); // a range whose end does not fit 32 bits is none
+    EXPECT_EQ(Read(nand, 3 * kErase, 1), "D");
+    nand.EraseAll();
+    EXPECT_EQ(Read(nand, 0, 1) + Read(nand, 2 * kErase, 1) + Read(nand, 3 * kErase, 1), "\xff" "C" "\xff");
+    nand.MarkBadBlock(kErase);
+    EXPECT_TRUE(nand.IsBadBlock(kErase + kPage));
+    EXPECT_THROW(nand.IsBadBlock(4 * kErase), ErrnoException);
+
+    std::string spare(2 * kOob, '\xff');
+    spare[kOob - 1] = '\xfe';
+    nand.WriteSpareArea(kErase, spare.data(), spare.size());
+    spare.assign(2 * kOob, '\0');
+    nand.ReadSpareArea(kErase, spare.data(), spare.size());
+    EXPECT_EQ(spare, std::string(kOob - 1, '\xff') + '\xfe' + std::string(kOob, '\0'));
+    EXPECT_FALSE(nand.IsSpareAreaErased(kErase));
 }
 
-// The driver refuses a read-write open of a write-protected partition; what
-// can be read still is, and whatever would change the flash is the driver's
-// refusal, not a silent success.
+// The driver refuses a read-write open of a write-protected partition: reading must still work,
+// and every change must fail with the driver's refusal rather than succeed silently.
 TEST_F(LinuxNandAccessTest, WriteProtectedPartitionReadsButRefusesChanges)
 {
-    std::ofstream(Device() + ".ro").close();
-    SetBadBlocks("2");
-    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
-
-    char buffer[4] = {};
-    EXPECT_EQ(nand.Read(kErase, buffer, sizeof buffer), sizeof buffer);
-    EXPECT_EQ(std::string(buffer, sizeof buffer), "BBBB");
+    std::ofstream(m_device + ".ro").close();
+    LinuxNandAccessImpl nand(m_device, 4 * kErase);
     EXPECT_TRUE(nand.IsBadBlock(2 * kErase));
     EXPECT_TRUE(nand.IsSpareAreaErased(0));
 
-    std::vector<uint8_t> spare(kOob, 0);
     EXPECT_THROW(nand.Write(0, "x", 1), ErrnoException);
     EXPECT_THROW(nand.EraseBlock(0), ErrnoException);
     EXPECT_THROW(nand.MarkBadBlock(0), ErrnoException);
-    EXPECT_THROW(nand.WriteSpareArea(0, spare.data(), spare.size()), ErrnoException);
-    EXPECT_EQ(Block(0), std::string(kErase, 'A'));
-    EXPECT_FALSE(nand.IsBadBlock(0));
+    EXPECT_THROW(nand.WriteSpareArea(0, std::string(kOob, '\0').data(), kOob), ErrnoException);
+    EXPECT_EQ(Read(nand, 0, 1) + Read(nand, kErase, 1), "AB");
 }
-
-TEST_F(LinuxNandAccessTest, SizeLimitOffTheEraseBlocksAborts)
-{
-    EXPECT_DEATH(
-        {
-            test_support::ForceReportsToStandardError();
-            LinuxNandAccessImpl(Device(), kErase + kPage);
-        },
-        "ASSERT FAILED: m_total_size % m_erase_size == 0\r\nlib/hardware/nand_access_linux.cpp:[0-9]+:"
-        "LinuxNandAccessImpl::LinuxNandAccessImpl\\(const std::string&, size_t\\)");
-}
-
-TEST_F(LinuxNandAccessTest, ReadsAndWritesAtOffsets)
-{
-    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
-    nand.Write(kErase + 10, "hello", 5);
-
-    char buffer[8] = {};
-    EXPECT_EQ(nand.Read(kErase + 9, buffer, 7), 7u);
-    EXPECT_EQ(std::string(buffer, 7), "BhelloB");
-    // Only the end of the device shortens a read.
-    EXPECT_EQ(nand.Read(kBlocks * kErase - 2, buffer, sizeof buffer), 2u);
-    EXPECT_EQ(nand.Read(kBlocks * kErase, buffer, sizeof buffer), 0u);
-}
-
-TEST_F(LinuxNandAccessTest, BadBlocksAreAskedOfTheDriver)
-{
-    SetBadBlocks("2");
-    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
-    EXPECT_FALSE(nand.IsBadBlock(0));
-    EXPECT_TRUE(nand.IsBadBlock(2 * kErase + kPage));
-
-    nand.MarkBadBlock(kErase);
-    EXPECT_TRUE(nand.IsBadBlock(kErase));
-    EXPECT_THROW(nand.IsBadBlock(kBlocks * kErase), ErrnoException);
-}
-
-TEST_F(LinuxNandAccessTest, EraseAllLeavesTheBadBlockAlone)
-{
-    // The driver refuses to erase a bad block, so erasing it would throw.
-    SetBadBlocks("2");
-    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
-
-    nand.EraseAll();
-
-    const std::string erased(kErase, '\xff');
-    EXPECT_EQ(Block(0), erased);
-    EXPECT_EQ(Block(1), erased);
-    EXPECT_EQ(Block(2), std::string(kErase, 'C'));
-    EXPECT_EQ(Block(3), erased);
-}
-
-TEST_F(LinuxNandAccessTest, SpareAreaTransfersStopAtOnePage)
-{
-    // The driver refuses transfers longer than one page's spare area.
-    LinuxNandAccessImpl nand(Device(), kBlocks * kErase);
-    std::vector<uint8_t> spare(4 * kOob, 0x00);
-
-    nand.ReadSpareArea(kErase, spare.data(), spare.size());
-    EXPECT_EQ(spare, [] {
-        std::vector<uint8_t> expected(4 * kOob, 0x00);
-        std::fill_n(expected.begin(), kOob, 0xff);
-        return expected;
-    }());
-
-    std::vector<uint8_t> marked(4 * kOob, 0xff);
-    marked[kOob - 1] = 0xfe;
-    nand.WriteSpareArea(kErase, marked.data(), marked.size());
-    EXPECT_FALSE(nand.IsSpareAreaErased(kErase));
-    EXPECT_TRUE(nand.IsSpareAreaErased(kErase + kPage));
-    EXPECT_TRUE(nand.IsSpareAreaErased(0));
-
-    nand.EraseBlock(kErase);
-    EXPECT_TRUE(nand.IsSpareAreaErased(kErase));
-}
-
-} // namespace
