@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The target stage: the armhf build's unit tests under qemu-user, its
 # installation into a device image, and the static collector's runs on the
-# emulated i.MX6UL board, each checked from here. Set-up is idempotent and
-# cached under /var/cache/crash-dump-target; the first run downloads Debian's
-# armhf packages. Run as root: the set-up installs host packages.
+# emulated i.MX6UL board, power cuts among them, each checked from here.
+# Set-up is idempotent and cached under /var/cache/crash-dump-target; the
+# first run downloads Debian's armhf packages. Run as root: the set-up
+# installs host packages.
 #
 # Usage: scripts/target-tests.sh
 set -uo pipefail
@@ -44,10 +45,50 @@ echo "== target: set-up"
 quiet "$logs/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
 quiet "$logs/board.log" "$target/build-board.sh" || die "build-board.sh failed"
 
-echo "== target: armhf build, unit tests under qemu-user"
+echo "== target: armhf builds and flash images"
 quiet "$logs/armhf.log" cmake --preset armhf || die "configuring armhf failed"
 quiet "$logs/armhf.log" cmake --build --preset armhf -j2 || die "building armhf failed"
+quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
+quiet "$logs/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
+    die "building the static collector failed"
+COLLECTOR=$work/crash-dump
+"$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/armhf-static/app/crash-dump || die "strip failed"
+"$TARGET_TRIPLET-strip" -o "$work/crash-dump.dynamic" build/armhf/app/crash-dump || die "strip failed"
+echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
+    "static $(stat -c %s "$COLLECTOR") bytes"
 
+# The flash images come from the same builders as the host's system tests.
+quiet "$logs/release.log" cmake --preset release || die "configuring release failed"
+quiet "$logs/release.log" cmake --build --preset release -j2 --target crash-dump-sim ||
+    die "building crash-dump-sim failed"
+SIM=$PWD/build/release/sim/stage/bin/crash-dump-sim
+
+# Prepares the case NAME (collector-cases.sh) and boots it with
+# tests/SCENARIO.scenario, giving up after TIMEOUT seconds; the console and
+# run-board's status go to the logs.
+boot_case() { # name scenario timeout
+    local dir=$work/$1 cause cmdline
+    mkdir -p "$dir/case"
+    install -D -m 644 "$target/tests/case-root.sh" "$dir/usr/share/board/case-root.sh"
+    prepare_"$1" "$dir" >"$logs/$1.prepare" 2>&1 &&
+        "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/$2.scenario" "$dir" \
+            >>"$logs/$1.prepare" 2>&1 || return
+    cause=$(cat "$dir/case/reset-cause")
+    cmdline=$(cat "$dir/case/kernel-cmdline" 2>/dev/null)
+    rm -rf "$dir"
+    CRASH_DUMP_BOARD_APPEND=$cmdline "$target/run-board.sh" "$work/$1.cpio" "$cause" "$3" \
+        >"$logs/$1.console" 2>&1
+    echo $? >"$logs/$1.rc"
+    rm -f "$work/$1.cpio"
+}
+
+# The power-cut sweep is one long boot: it starts first and takes one core
+# while everything else shares the other.
+echo "== target: power cuts on the emulated board (in the background)"
+boot_case "$POWER_CUT_CASE" power-cut 3600 &
+sweep=$!
+
+echo "== target: unit tests under qemu-user"
 unit_tests_pass() {
     ctest --preset armhf -j2 >"$logs/ctest.log" 2>&1
     local rc=$?
@@ -79,45 +120,16 @@ installs_into_device_image() {
 }
 check "cmake --install stages sbin, the systemd unit and tmpfiles.d" installs_into_device_image
 
-echo "== target: static collector and flash images"
-quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
-quiet "$logs/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
-    die "building the static collector failed"
-COLLECTOR=$work/crash-dump
-"$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/armhf-static/app/crash-dump || die "strip failed"
-"$TARGET_TRIPLET-strip" -o "$work/crash-dump.dynamic" build/armhf/app/crash-dump || die "strip failed"
-echo "stripped sizes: dynamic $(stat -c %s "$work/crash-dump.dynamic") bytes," \
-    "static $(stat -c %s "$COLLECTOR") bytes"
-
-# The flash images come from the same builders as the host's system tests.
-quiet "$logs/release.log" cmake --preset release || die "configuring release failed"
-quiet "$logs/release.log" cmake --build --preset release -j2 --target crash-dump-sim ||
-    die "building crash-dump-sim failed"
-SIM=$PWD/build/release/sim/stage/bin/crash-dump-sim
-
 echo "== target: collector runs on the emulated board"
-boot_case() { # name
-    local dir=$work/$1 cause cmdline
-    mkdir -p "$dir/case"
-    prepare_"$1" "$dir" >"$logs/$1.prepare" 2>&1 &&
-        "$target/mk-initramfs.sh" "$work/$1.cpio" "$target/tests/collector.scenario" "$dir" \
-            >>"$logs/$1.prepare" 2>&1 || return
-    cause=$(cat "$dir/case/reset-cause")
-    cmdline=$(cat "$dir/case/kernel-cmdline" 2>/dev/null)
-    rm -rf "$dir"
-    # Generous: a loaded host doubles the usual boot of a few seconds.
-    CRASH_DUMP_BOARD_APPEND=$cmdline "$target/run-board.sh" "$work/$1.cpio" "$cause" 300 \
-        >"$logs/$1.console" 2>&1
-    echo $? >"$logs/$1.rc"
-    rm -f "$work/$1.cpio"
-}
-
-# Two boots at a time: one per core.
+# Two boots at a time, the sweep's included: one per core. Generous limits:
+# a loaded host doubles the usual boot of a few seconds.
+boots=()
 for name in "${COLLECTOR_CASES[@]}"; do
     [ "$(jobs -rp | wc -l)" -lt 2 ] || wait -n
-    boot_case "$name" &
+    boot_case "$name" collector 300 &
+    boots+=($!)
 done
-wait
+wait "${boots[@]}"
 
 case_passes() { # name
     local results=$logs/$1.results mismatches
@@ -149,6 +161,12 @@ check_capture_replay
 # The board scripts' own tests: the host helpers, the smoke boot and the
 # board's status and timeout handling.
 check "the board scripts' own tests" "$target/tests/run-tests.sh"
+
+wait "$sweep"
+check "board: power cuts while the collector runs" case_passes "$POWER_CUT_CASE"
+[ -s "$logs/$POWER_CUT_CASE.results" ] &&
+    echo "     $(power_cut_summary "$logs/$POWER_CUT_CASE.results")," \
+        "$(($(tagged "$logs/$POWER_CUT_CASE.results" elapsed_ms) / 1000)) s in the guest"
 
 echo "target stage took $((SECONDS - started)) s"
 echo "$passed passed, $failed failed"

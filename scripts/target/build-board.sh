@@ -9,10 +9,10 @@
 #   zImage        the kernel
 #   board.dtb     the EVK device tree with the boot loader's /lumora/bootloader
 #                 node; run-board.sh sets imx-reset-cause per boot
-#   base/         the initramfs every scenario starts from: busybox, nandsim
-#                 and what it depends on (depmod'ed), mtd-utils' NAND tools
-#                 with their libraries (mk-initramfs.sh adds /init and the
-#                 scenario)
+#   base/         the initramfs every scenario starts from: busybox, nandsim,
+#                 ubi, ubifs with its compressors, and what they depend on
+#                 (depmod'ed), mtd-utils' NAND and UBI tools with their
+#                 libraries (mk-initramfs.sh adds /init and the scenario)
 #   kernel.version
 # and then has build-cmdlinepart.sh build the kernel's command-line partition
 # parser for that kernel (cached on its own, beside the board).
@@ -33,9 +33,13 @@ done
 BOARD=$TARGET_CACHE/board
 STAMP=$BOARD/.crash-dump-board
 # Bump when the board's content changes, to force a rebuild.
-LAYOUT=1
-MODULES=(nandsim)
-MTD_TOOLS=(nandwrite nanddump flash_erase mtdinfo mtd_debug nandtest nandflipbits flashcp)
+LAYOUT=2
+# UBIFS does not load without its zlib and zstd compressors, which nothing
+# would load for it.
+MODULES=(nandsim ubi ubifs deflate zstd)
+# busybox has no UBI applets but ubirename.
+MTD_TOOLS=(nandwrite nanddump flash_erase mtdinfo mtd_debug nandtest nandflipbits flashcp
+    ubiattach ubidetach ubimkvol)
 DTB_NAME=imx6ul-14x14-evk.dtb
 
 host_require qemu-system-arm device-tree-compiler cpio kmod gzip

@@ -61,3 +61,26 @@ board_reset_cause() {
     set -- $(od -An -tu1 /proc/device-tree/lumora/bootloader/imx-reset-cause)
     echo $((($1 << 24) | ($2 << 16) | ($3 << 8) | $4))
 }
+
+# Attaches the MTD partition NAME as UBI device 0 and mounts its volume 0,
+# UBIFS, on DIR. An erased partition is formatted on the way: UBI formats an
+# empty partition when it attaches it, the volume is made over all of it, and
+# UBIFS formats an empty volume when it mounts it.
+board_ubifs_mount() { # name dir
+    local mtd
+    mtd=$(board_mtd_device "$1") || return 1
+    # UBIFS asks the crypto API for its zlib and zstd compressors when it
+    # loads, and does not load without them.
+    modprobe -a deflate zstd ubifs || return 1
+    ubiattach -d 0 -m "${mtd#/dev/mtd}" >/dev/null || return 1
+    if [ "$(cat /sys/class/ubi/ubi0/volumes_count)" = 0 ]; then
+        ubimkvol /dev/ubi0 -N data -m >/dev/null || return 1
+    fi
+    mkdir -p "$2" && mount -t ubifs ubi0_0 "$2"
+}
+
+# Unmounts DIR and detaches UBI device 0, so that the partition can be
+# attached afresh or rewritten.
+board_ubifs_unmount() { # dir
+    umount "$1" && ubidetach -d 0 >/dev/null
+}

@@ -4,12 +4,15 @@
 # make-env and make-fit write the flash images).
 #
 # Each case NAME has prepare_NAME DIR, which fills DIR/case (copied to /case
-# on the board, read there by collector.scenario) and writes the boot's reset
+# on the board, read there by the case's scenario) and writes the boot's reset
 # cause to DIR/case/reset-cause and, where it has flash, its partitions to
 # DIR/case/kernel-cmdline, and check_NAME RESULTS, which prints one line per
 # mismatch between the run's results and what the case expects.
 
+# One collector run each, by collector.scenario.
 COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset read_only_flash)
+# Run after run, each cut short by a power cut, by power-cut.scenario.
+POWER_CUT_CASE=power_cut_sweep
 
 # 128 MiB of NAND in 2 KiB pages and 128 KiB erase blocks, which the kernel
 # names by its ID: the partitions' mtd-id.
@@ -86,9 +89,10 @@ $2"
 
 # nandsim with the given bad blocks (indices over the whole chip), the boot
 # loader environment in flash0.nvram and the rescue image in flash0.rescue,
-# both with the given mtdparts flags ("" or "ro"); nandwrite on the board steps
+# both with the given mtdparts flags ("" or "ro"), then the given further
+# partitions ("size(name)", comma-separated); nandwrite on the board steps
 # over bad blocks as the device's own writers do.
-flash_with_bad_blocks() { # dir bad-blocks flags
+flash_with_bad_blocks() { # dir bad-blocks flags [partitions]
     local images=$1/case/images
     mkdir -p "$images"
     "$SIM" make-env --erase-size "$ERASE_BLOCK" "${BOOT_ENVIRONMENT[@]}" >"$images/nvram.img" || return 1
@@ -98,8 +102,8 @@ NANDSIM="$NAND_CHIP badblocks=$2"
 FLASH_VIEW=$FLASH_VIEW
 FLASH_IMAGES="0:nvram.img $NVRAM_SIZE:rescue.img"
 EOF
-    printf 'mtdparts="%s:%d(flash0.nvram)%s,%d(flash0.rescue)%s,-@0(%s)"\n' "$NAND_CHIP_NAME" \
-        "$NVRAM_SIZE" "$3" "$RESCUE_SIZE" "$3" "$FLASH_VIEW" >"$1/case/kernel-cmdline"
+    printf 'mtdparts="%s:%d(flash0.nvram)%s,%d(flash0.rescue)%s,%s-@0(%s)"\n' "$NAND_CHIP_NAME" \
+        "$NVRAM_SIZE" "$3" "$RESCUE_SIZE" "$3" "${4:+$4,}" "$FLASH_VIEW" >"$1/case/kernel-cmdline"
 }
 
 no_flash() {
@@ -147,6 +151,28 @@ prepare_read_only_flash() {
     # third (chip blocks 8 and 10), so that the image starts one block in and
     # steps over another.
     flash_with_bad_blocks "$1" 2,8,10 ro || return
+    echo 0x10 >"$1/case/reset-cause"
+}
+
+# A crash at a watchdog reset, its output directory on UBIFS in a partition of
+# its own, and an earlier dump waiting there: the board cuts the power at one
+# point of the run after another (power-cut.scenario). The earlier crash's
+# core is the smaller: making that dump only sets the scene.
+prepare_power_cut_sweep() {
+    local data=flash0.data
+    seed_collector "$1"
+    # The scenario writes the core images itself, random bytes.
+    seed_previous_run "$1" 0 0 0
+    board_identity "$1" "SoC: i.MX6UL"
+    # 96 blocks: UBI keeps 20 for bad blocks (as many per 1024 of the
+    # chip's) and 4 for itself, UBIFS about a dozen; the rest holds both
+    # dumps with a few MiB to spare.
+    flash_with_bad_blocks "$1" 0 "" "$((96 * ERASE_BLOCK))($data)" || return
+    cat >>"$1/case/case.env" <<EOF
+DATA_PARTITION=$data
+EARLIER_CORE_BYTES=$((512 * 1024))
+CORE_BYTES=$((2 * 1024 * 1024))
+EOF
     echo 0x10 >"$1/case/reset-cause"
 }
 
@@ -259,4 +285,61 @@ check_clean_reset() {
         '^Reset causes: 0x1 power_on_reset$' \
         '^No post-mortem crash dump available\.$'
     expect_no_dump "$r" crash-dump-complete
+}
+
+# At least this many runs cut, spread over the run by the scenario.
+POWER_CUT_MIN_POINTS=20
+
+# Whether the facts of one run (a @@cut line after its N) break the promise:
+# a marker that stands beside an archive that does not read whole, or beside
+# an info file that is not the archive's own, or beside neither run's dump.
+marker_misleads() { # facts
+    case $1 in
+    *marker=no*) return 1 ;;
+    *"whole=yes info=member run=earlier" | *"whole=yes info=member run=new") return 1 ;;
+    esac
+}
+
+# The runs that a cut reached, "N facts" a line.
+cut_runs() { tagged "$1" cut | grep ' cut=yes '; }
+
+# After any cut, a marker stands only beside an archive that reads whole and
+# an info file equal to its info member, of one run; the run that no cut
+# reached (the last) leaves the new dump marked.
+check_power_cut_sweep() {
+    local r=$1 n facts points last
+    [ "$(tagged "$r" header-writes)" -gt 0 ] 2>/dev/null ||
+        echo "no header writes counted in an uncut run: [$(tagged "$r" header-writes)]"
+    while read -r n facts; do
+        marker_misleads "$facts" &&
+            echo "cut after $n header writes: the marker stands beside a broken or mixed dump: $facts"
+    done < <(cut_runs "$r")
+    points=$(cut_runs "$r" | wc -l)
+    [ "$points" -ge "$POWER_CUT_MIN_POINTS" ] ||
+        echo "$points cut points, wanted at least $POWER_CUT_MIN_POINTS"
+    last=$(tagged "$r" cut | tail -n1)
+    case $last in
+    *" cut=no status=0 marker=yes whole=yes info=member run=new") ;;
+    *" cut=no "*) echo "the run that no cut reached left no new dump marked: $last" ;;
+    *) echo "the sweep stopped before a run ended ahead of its cut: last [$last]" ;;
+    esac
+}
+
+# One line: the cut points, what each left marked, and the violations.
+power_cut_summary() { # results
+    local n facts points=0 earlier=0 fresh=0 none=0 neither=0 misleading=0
+    while read -r n facts; do
+        points=$((points + 1))
+        case $facts in
+        *marker=no*) none=$((none + 1)) ;;
+        *run=earlier) earlier=$((earlier + 1)) ;;
+        *run=new) fresh=$((fresh + 1)) ;;
+        *) neither=$((neither + 1)) ;;
+        esac
+        marker_misleads "$facts" && misleading=$((misleading + 1))
+    done < <(cut_runs "$1")
+    printf '%d cut points over a run of %s header writes: the earlier dump marked after %d, the new one after %d' \
+        $points "$(tagged "$1" header-writes)" $earlier $fresh
+    [ $neither -eq 0 ] || printf ', neither run'"'"'s dump after %d' $neither
+    printf ', no marker after %d; %d violations\n' $none $misleading
 }
