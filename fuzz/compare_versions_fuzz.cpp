@@ -1,25 +1,19 @@
 // Version strings come from the boot loader and the image; any bytes at all.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
+#include "fuzz_target.h"
 #include "platform/posix_helpers.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void FuzzOne(std::string_view input)
 {
-    const std::string input(reinterpret_cast<const char*>(data), size);
     const size_t split = input.find('\n');
-    const std::string a = input.substr(0, split);
-    const std::string b = split == std::string::npos ? std::string() : input.substr(split + 1);
+    const std::string a(input.substr(0, split));
+    const std::string b(split == std::string_view::npos ? "" : input.substr(split + 1));
     try {
         const int forward = CompareVersions(a, b);
-        const int backward = CompareVersions(b, a);
-        if (forward < -1 || forward > 1 || forward != -backward)
-            std::abort();
+        fuzz::Require(forward >= -1 && forward <= 1 && forward == -CompareVersions(b, a));
     } catch (const std::range_error&) {
     }
-    return 0;
 }

@@ -1,34 +1,25 @@
 // The dump trigger's text is read the way the target's 32-bit C library reads
-// it with strtoul in base 0, but parsed by our own code so that the result
-// does not depend on the library's version. This holds it to the host's
-// library on every input: its 64-bit strtoull, narrowed to what a 32-bit
-// unsigned long gives. The host's library predates the "0b" prefix, so binary
-// digits after that prefix are read in base 2 explicitly.
+// it with strtoul in base 0, by our own code so that the result does not
+// depend on the library's version. This holds it to the host's 64-bit
+// strtoull, narrowed as a 32-bit unsigned long is. The host's library predates
+// the "0b" prefix, so binary digits after it are read in base 2 explicitly.
 
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "app/dump_trigger.h"
+#include "fuzz_target.h"
 
 namespace {
-
-bool IsSpace(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 // What strtoul(text, nullptr, 0) returns where unsigned long has 32 bits.
 uint32_t Reference(const std::string& text)
 {
     const char* at = text.c_str();
-    while (IsSpace(*at))
+    while (*at == ' ' || (*at >= '\t' && *at <= '\r'))
         ++at;
     const bool negative = *at == '-';
     const char* digits = at + ((*at == '-' || *at == '+') ? 1 : 0);
-
     errno = 0;
     uint64_t magnitude = 0;
     if (digits[0] == '0' && (digits[1] == 'b' || digits[1] == 'B') && (digits[2] == '0' || digits[2] == '1')) {
@@ -45,12 +36,8 @@ uint32_t Reference(const std::string& text)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void FuzzOne(std::string_view input)
 {
-    const std::string text(reinterpret_cast<const char*>(data), size);
     // The C library stops at the first NUL; so must the comparison.
-    const std::string until_nul = text.substr(0, text.find('\0'));
-    if (ParseUnsignedBase0(text) != Reference(until_nul))
-        std::abort();
-    return 0;
+    fuzz::Require(ParseUnsignedBase0(input) == Reference(std::string(input.substr(0, input.find('\0')))));
 }
