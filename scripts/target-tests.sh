@@ -158,10 +158,6 @@ for name in "${COLLECTOR_CASES[@]}"; do
 done
 check_capture_replay
 
-# The board scripts' own tests: the host helpers, the smoke boot and the
-# board's status and timeout handling.
-check "the board scripts' own tests" "$target/tests/run-tests.sh"
-
 wait "$sweep"
 check "board: power cuts while the collector runs" case_passes "$POWER_CUT_CASE"
 [ -s "$logs/$POWER_CUT_CASE.results" ] &&
