@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -9,12 +11,15 @@
 
 namespace test_support {
 
-// A NAND partition in memory: erased blocks read 0xff, bad blocks are a set of
-// block indexes, and every transfer is counted so tests can tell how much of
-// the partition a reader touched.
+// A NAND partition in memory for a collector that only reads flash: erased
+// blocks read 0xff, bad blocks are a set of block indexes, and the bytes read
+// are counted so that tests can tell how much of the partition a reader
+// touched. Anything that would change the flash is refused.
 class MemoryNand : public NandAccess {
 public:
-    MemoryNand(uint32_t erase_size, uint32_t blocks, uint32_t write_size = 2048, uint32_t oob_size = 64);
+    MemoryNand(uint32_t erase_size, uint32_t blocks) : m_erase_size(erase_size), m_data(size_t{erase_size} * blocks, 0xff)
+    {
+    }
     // Tests derive variants that misbehave; those are destroyed through this.
     virtual ~MemoryNand() = default;
 
@@ -29,38 +34,29 @@ public:
     // Lays bytes over the good blocks from offset 0 on, skipping bad ones, as
     // a flashing tool does.
     void WriteSkippingBadBlocks(const std::string& bytes);
-    const std::vector<uint8_t>& Data() const { return m_data; }
-    std::vector<uint8_t>& SpareArea(uint32_t page) { return m_oob.at(page); }
-
     uint64_t BytesRead() const { return m_bytes_read; }
-    uint64_t LargestRead() const { return m_largest_read; }
-    const std::vector<uint32_t>& Erased() const { return m_erased; }
-    size_t LastSpareLength() const { return m_last_spare_length; }
 
-    void ReadSpareArea(uint32_t offset, void* buffer, size_t length) override;
-    void WriteSpareArea(uint32_t offset, const void* buffer, size_t length) override;
     uint32_t EraseSize() const override { return m_erase_size; }
-    uint32_t OobSize() const override { return m_oob_size; }
-    uint32_t WriteSize() const override { return m_write_size; }
+    uint32_t OobSize() const override { return 64; }
+    uint32_t WriteSize() const override { return 2048; }
     uint32_t TotalSize() const override { return static_cast<uint32_t>(m_data.size()); }
-    bool IsBadBlock(uint32_t offset) override;
-    bool IsSpareAreaErased(uint32_t offset) override;
-    void MarkBadBlock(uint32_t offset) override;
-    void EraseBlock(uint32_t offset) override;
+    bool IsBadBlock(uint32_t offset) override { return m_bad.count(offset / m_erase_size) != 0; }
     size_t Read(uint32_t offset, void* buffer, size_t length) override;
-    void Write(uint32_t offset, const void* buffer, size_t length) override;
+
+    bool IsSpareAreaErased(uint32_t) override { return true; }
+    void ReadSpareArea(uint32_t, void*, size_t) override { Refuse(); }
+    void WriteSpareArea(uint32_t, const void*, size_t) override { Refuse(); }
+    void MarkBadBlock(uint32_t) override { Refuse(); }
+    void EraseBlock(uint32_t) override { Refuse(); }
+    void Write(uint32_t, const void*, size_t) override { Refuse(); }
 
 private:
+    [[noreturn]] static void Refuse() { throw std::logic_error("MemoryNand: the collector only reads flash"); }
+
     uint32_t m_erase_size;
-    uint32_t m_write_size;
-    uint32_t m_oob_size;
     std::vector<uint8_t> m_data;
-    std::vector<std::vector<uint8_t>> m_oob;
     std::set<uint32_t> m_bad;
-    std::vector<uint32_t> m_erased;
     uint64_t m_bytes_read = 0;
-    uint64_t m_largest_read = 0;
-    size_t m_last_spare_length = 0;
 };
 
 } // namespace test_support
