@@ -1,21 +1,15 @@
 #!/bin/sh
 # Runs on the emulated board after the collector's run in ROOT: captures the
 # board's state with capture-device.sh (beside this script), as a device is
-# captured, and prints the scenario directory between two marker lines for the
-# host to replay: the capture's exit status and standard error, then the
-# directory as a gzipped tar in base64, each line tagged with what it is.
-#
-#   capture-on-board.sh ROOT
+# captured, and prints the capture's exit status, standard error and scenario
+# directory (a gzipped tar in base64) between two marker lines, tagged.
 root=$1
 here=$(dirname "$0")
 
-# Chrooted into ROOT, capture-device.sh reads what the collector read: the
-# files of the player's own kernel, /proc/mtd and the MTD nodes, the device
-# tree, /dev/mem. What it needs beyond that is the board's own, as on a device:
-# the tools, the MTD devices' geometry and flags in sysfs (whose class links
-# point into /sys/devices), the host name in procfs. The collector has
-# finished, and it writes nothing but its lock, staging directory and outputs,
-# so what is captured now is what it saw.
+# Chrooted into ROOT, capture-device.sh reads what the collector read; what
+# it needs beyond that is the board's own, as on a device: the tools, the MTD
+# devices' geometry and flags in sysfs (whose class links point into
+# /sys/devices), the host name in procfs.
 capture_root() {
     local dir
     for dir in bin sbin usr/bin usr/sbin lib sys/devices sys/class/mtd proc/sys; do

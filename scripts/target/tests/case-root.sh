@@ -1,22 +1,11 @@
 # What every collector scenario on the emulated board shares: the test root
-# that the host prepared in /case (see collector-cases.sh), given the board's
-# flash, device tree and device nodes. Sourced after /usr/share/board/lib.sh
-# and /case/case.env:
-#
-#   /case/case.env  NANDSIM (nandsim parameters; empty for no flash),
-#                   FLASH_VIEW (the name of a writable partition over the
-#                   whole chip), FLASH_IMAGES ("offset:file" pairs:
-#                   /case/images/file is written through FLASH_VIEW from that
-#                   byte offset on), and what the scenario itself reads
-#   /case/root      the test root: the collector at /usr/sbin/crash-dump and
-#                   the files that only the player's own kernel provides
-#                   (/dev/ltcore, /dev/lastkmsg, /proc/panic_flag,
-#                   /proc/boardid, the dump trigger), plus /etc
-#
-# The partitions come from mtdparts= on the kernel command line (see
-# board_nandsim). Everything the stock kernel provides is the real thing: MTD
-# devices and /proc/mtd, the device tree, /dev/mem and the other device
-# nodes, /proc/cmdline and /sys/class/net.
+# /case/root that the host prepared (collector-cases.sh: the collector and the
+# files that only the player's own kernel provides), given the board's flash,
+# device tree and device nodes. Sourced after /usr/share/board/lib.sh and
+# /case/case.env: NANDSIM (nandsim parameters; empty for no flash), FLASH_VIEW
+# (a writable partition over the whole chip, named in mtdparts= on the kernel
+# command line) and FLASH_IMAGES ("offset:file" pairs: /case/images/file is
+# written through FLASH_VIEW from that byte offset on).
 root=/case/root
 outputs=$root/var/lib/lumora/crash-dump
 
@@ -30,8 +19,7 @@ prepare_case_root() {
         board_nandsim $NANDSIM || fail "nandsim"
         # The player's partitions may be read-only; the view over the whole
         # chip is not. nandwrite steps over bad blocks, as the boot loader's
-        # writer does, so from a partition's first block on it fills the
-        # blocks that a write into the partition itself would.
+        # writer does.
         local view entry
         view=$(board_mtd_device "$FLASH_VIEW") || fail "no partition $FLASH_VIEW"
         for entry in $FLASH_IMAGES; do
@@ -44,13 +32,11 @@ prepare_case_root() {
         "$root/var/lock" "$root/var/run/crash-dump" "$outputs"
     # The dump script needs a shell, cat, rm, dmesg and tar with bzip2.
     cp /bin/busybox "$root/bin/busybox"
-    local applet
+    local applet node
     for applet in sh cat rm dmesg tar bzip2; do ln -sf busybox "$root/bin/$applet"; done
-    mknod "$root/dev/mem" c 1 1
-    mknod "$root/dev/null" c 1 3
-    mknod "$root/dev/urandom" c 1 9
-    mknod "$root/dev/kmsg" c 1 11
-    mknod "$root/dev/console" c 5 1
+    for node in "mem 1 1" "null 1 3" "urandom 1 9" "kmsg 1 11" "console 5 1"; do
+        mknod "$root/dev/${node%% *}" c ${node#* }
+    done
     mount --bind /sys/firmware/devicetree/base "$root/proc/device-tree" || fail "bind device tree"
     touch "$root/proc/cmdline"
     mount --bind /proc/cmdline "$root/proc/cmdline" || fail "bind cmdline"

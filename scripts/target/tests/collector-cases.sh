@@ -1,13 +1,10 @@
 # The collector's runs on the emulated board, as the host prepares and checks
 # them. Sourced by scripts/target-tests.sh, which provides COLLECTOR (the
-# stripped static armhf collector) and SIM (the host's crash-dump-sim, whose
-# make-env and make-fit write the flash images).
-#
-# Each case NAME has prepare_NAME DIR, which fills DIR/case (copied to /case
-# on the board, read there by the case's scenario) and writes the boot's reset
-# cause to DIR/case/reset-cause and, where it has flash, its partitions to
-# DIR/case/kernel-cmdline, and check_NAME RESULTS, which prints one line per
-# mismatch between the run's results and what the case expects.
+# stripped static armhf collector) and SIM (crash-dump-sim, whose make-env and
+# make-fit write the flash images). Each case NAME has prepare_NAME DIR, which
+# fills DIR/case (/case on the board) with the boot's reset-cause and, where
+# it has flash, kernel-cmdline, and check_NAME RESULTS, which prints one line
+# per mismatch between the run's results and what the case expects.
 
 # One collector run each, by collector.scenario.
 COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset read_only_flash)
@@ -35,30 +32,29 @@ BOOT_ENVIRONMENT=(LM_FORMAT=1 LM_SERIAL=PX4C00123 LM_HWREV=0x0a LM_HWFLAGS=0x5
 
 # --- preparing a case ----------------------------------------------------------
 
-case_root() { echo "$1/case/root"; }
-
 seed() { # dir path-in-root content
-    local file
-    file="$(case_root "$1")$2"
+    local file=$1/case/root$2
     mkdir -p "$(dirname "$file")"
     printf '%s' "$3" >"$file"
 }
 
-seed_collector() {
-    install -D -m 755 "$COLLECTOR" "$(case_root "$1")/usr/sbin/crash-dump"
-}
-
-# What the previous run left behind, as the player's own kernel keeps it.
-seed_previous_run() { # dir core-bytes panic-flag trigger
-    local root
-    root=$(case_root "$1")
-    mkdir -p "$root/dev"
-    core_image "$2" >"$root/dev/ltcore"
-    seed "$1" /proc/panic_flag "$3"
-    seed "$1" /sys/class/mem/lastkmsg/trigger_dump "$4"
+# The collector and what the previous run left behind, as the player's own
+# kernel keeps it, on a board that names itself in /proc/boardid.
+seed_case() { # dir core-bytes trigger soc-line reset-cause
+    install -D -m 755 "$COLLECTOR" "$1/case/root/usr/sbin/crash-dump"
+    seed "$1" /proc/panic_flag 0
+    seed "$1" /sys/class/mem/lastkmsg/trigger_dump "$3"
     seed "$1" /dev/lastkmsg "$(kernel_log)"
+    core_image "$2" >"$1/case/root/dev/ltcore"
     seed "$1" /etc/lumora-version "5.12.0"
     seed "$1" /etc/lumora-image-name $' signage-player-release\n'
+    seed "$1" /proc/boardid "Family: corvan
+ID: 0x1a
+Bootloader-version: uboot-2.4.1
+Secure-keys: 0
+Secure-boot: 0
+$4"
+    echo "$5" >"$1/case/reset-cause"
 }
 
 # An ELF core header and a deterministic body that the host can check the
@@ -76,15 +72,6 @@ kernel_log() {
         '6,1021,5120334,-;Process lmplay (pid: 812, stack limit = 0x8c2b0000)' \
         '3,1022,5120401,-;User space assert from lmplay[812]\x0aASSERT Executing frame.size() > 0 at render.cpp:214' \
         '6,1023,5120455,-;LMPLAY: watchdog starving, last frame 4811'
-}
-
-board_identity() { # dir soc-line
-    seed "$1" /proc/boardid "Family: corvan
-ID: 0x1a
-Bootloader-version: uboot-2.4.1
-Secure-keys: 0
-Secure-boot: 0
-$2"
 }
 
 # nandsim with the given bad blocks (indices over the whole chip), the boot
@@ -106,19 +93,11 @@ EOF
         "$NVRAM_SIZE" "$3" "$RESCUE_SIZE" "$3" "${4:+$4,}" "$FLASH_VIEW" >"$1/case/kernel-cmdline"
 }
 
-no_flash() {
-    mkdir -p "$1/case"
-    printf 'NANDSIM=\nFLASH_VIEW=\nFLASH_IMAGES=\n' >"$1/case/case.env"
-}
-
 prepare_complete_dump() {
-    seed_collector "$1"
-    seed_previous_run "$1" 98304 0 0
-    board_identity "$1" "SoC: i.MX6UL"
+    seed_case "$1" 98304 0 "SoC: i.MX6UL" 0x10
     # nvram's block 0, so the environment sits in its second block; rescue's
     # block 1 (chip block 9), inside the five blocks of the image.
     flash_with_bad_blocks "$1" 0,9 "" || return
-    echo 0x10 >"$1/case/reset-cause"
     # The board's state is captured afterwards, for the host to replay.
     seed_capture "$1"
 }
@@ -126,54 +105,41 @@ prepare_complete_dump() {
 # No SoC line: the collector reads the SoC's own registers, and QEMU's
 # i.MX6UL is no i.MX6ULZ. The boot loader environment is never reached.
 prepare_unknown_silicon() {
-    seed_collector "$1"
-    seed_previous_run "$1" 98304 0 0
-    board_identity "$1" ""
-    no_flash "$1"
-    echo 0x10 >"$1/case/reset-cause"
+    seed_case "$1" 98304 0 "" 0x10
+    printf 'NANDSIM=\nFLASH_VIEW=\nFLASH_IMAGES=\n' >"$1/case/case.env"
 }
 
 prepare_clean_reset() {
-    seed_collector "$1"
-    seed_previous_run "$1" 0 0 $'0\n'
-    board_identity "$1" "SoC: i.MX6UL"
-    flash_with_bad_blocks "$1" 0 "" || return
-    echo 0x1 >"$1/case/reset-cause"
+    seed_case "$1" 0 $'0\n' "SoC: i.MX6UL" 0x1
+    flash_with_bad_blocks "$1" 0 ""
 }
 
 # As a complete dump, from partitions that the kernel write-protects, as
 # device makers do: the collector gets no write access to them.
 prepare_read_only_flash() {
-    seed_collector "$1"
-    seed_previous_run "$1" 98304 0 0
-    board_identity "$1" "SoC: i.MX6UL"
+    seed_case "$1" 98304 0 "SoC: i.MX6UL" 0x10
     # nvram's block 2, behind the environment; rescue's first block and its
     # third (chip blocks 8 and 10), so that the image starts one block in and
     # steps over another.
-    flash_with_bad_blocks "$1" 2,8,10 ro || return
-    echo 0x10 >"$1/case/reset-cause"
+    flash_with_bad_blocks "$1" 2,8,10 ro
 }
 
 # A crash at a watchdog reset, its output directory on UBIFS in a partition of
 # its own, and an earlier dump waiting there: the board cuts the power at one
-# point of the run after another (power-cut.scenario). The earlier crash's
-# core is the smaller: making that dump only sets the scene.
+# point of the run after another (power-cut.scenario), and writes the core
+# images itself, random bytes. The earlier crash's core is the smaller: making
+# that dump only sets the scene.
 prepare_power_cut_sweep() {
-    local data=flash0.data
-    seed_collector "$1"
-    # The scenario writes the core images itself, random bytes.
-    seed_previous_run "$1" 0 0 0
-    board_identity "$1" "SoC: i.MX6UL"
+    seed_case "$1" 0 0 "SoC: i.MX6UL" 0x10
     # 96 blocks: UBI keeps 20 for bad blocks (as many per 1024 of the
     # chip's) and 4 for itself, UBIFS about a dozen; the rest holds both
     # dumps with a few MiB to spare.
-    flash_with_bad_blocks "$1" 0 "" "$((96 * ERASE_BLOCK))($data)" || return
+    flash_with_bad_blocks "$1" 0 "" "$((96 * ERASE_BLOCK))(flash0.data)" || return
     cat >>"$1/case/case.env" <<EOF
-DATA_PARTITION=$data
+DATA_PARTITION=flash0.data
 EARLIER_CORE_BYTES=$((512 * 1024))
 CORE_BYTES=$((2 * 1024 * 1024))
 EOF
-    echo 0x10 >"$1/case/reset-cause"
 }
 
 # --- checking a case's results -------------------------------------------------
@@ -185,139 +151,96 @@ expect_equal() { # what got want
     [ "$2" = "$3" ] || printf '%s: got [%s], wanted [%s]\n' "$1" "$2" "$3"
 }
 
-# Standard error line by line against one extended regular expression each.
-expect_stderr() { # results regex...
-    local results=$1 line i=0; shift
+listing() { tagged "$1" "$2" | sort | tr '\n' ' ' | sed 's/ $//'; }
+
+# The run's exit status, what it left in the lock, staging and output
+# directories, and its standard error line by line against one extended
+# regular expression each.
+expect_run() { # results status lock-entries outputs stderr-regex...
+    local r=$1 i
     local -a got
-    mapfile -t got < <(tagged "$results" stderr)
+    expect_equal status "$(tagged "$r" status)" "$2"
+    expect_equal "lock directory" "$(listing "$r" lock)" "$3"
+    expect_equal "staging directory" "$(listing "$r" staging)" ""
+    expect_equal "output directory" "$(listing "$r" output)" "$4"
+    shift 4
+    mapfile -t got < <(tagged "$r" stderr)
     if [ ${#got[@]} -ne $# ]; then
         printf 'stderr has %d lines, wanted %d:\n' ${#got[@]} $#
         printf '    %s\n' "${got[@]}"
         return
     fi
-    for line in "$@"; do
-        grep -qE -- "$line" <<<"${got[$i]}" || printf 'stderr line %d: [%s] does not match %s\n' $((i + 1)) "${got[$i]}" "$line"
-        i=$((i + 1))
+    for ((i = 0; i < $#; i++)); do
+        grep -qE -- "${@:i+1:1}" <<<"${got[i]}" ||
+            printf 'stderr line %d: [%s] does not match %s\n' $((i + 1)) "${got[i]}" "${@:i+1:1}"
     done
-}
-
-expect_info() { # results key=value...
-    local results=$1 entry; shift
-    for entry in "$@"; do
-        tagged "$results" info | grep -qxF -- "$entry" ||
-            printf 'info lacks %s (has: %s)\n' "$entry" "$(tagged "$results" info | grep -F -- "${entry%%=*}=" | head -n1)"
-    done
-}
-
-expect_no_info() { # results key...
-    local results=$1 key; shift
-    for key in "$@"; do
-        tagged "$results" info | grep -q "^$key=" && echo "info has $key, wanted none"
-    done
-}
-
-listing() { tagged "$1" "$2" | sort | tr '\n' ' ' | sed 's/ $//'; }
-
-# Nothing but the lock left behind, no outputs, no staging directory.
-expect_no_dump() { # results lock-entries
-    expect_equal "lock directory" "$(listing "$1" lock)" "$2"
-    expect_equal "output directory" "$(listing "$1" output)" ""
-    expect_equal "staging directory" "$(listing "$1" staging)" ""
-}
-
-# The partitions as the kernel made them, in /proc/mtd's order.
-expect_partitions() { # results "name bad=N rw|ro"...
-    local results=$1; shift
-    expect_equal partitions "$(tagged "$results" partition | paste -sd,)" "$(IFS=,; echo "$*")"
 }
 
 # What the run at a watchdog reset after the player's assert leaves behind,
 # read from the flash: the manufacturing record and the rescue kernel's
-# version in the info file, and no complaint about either on stderr.
-expect_complete_dump() { # results
-    local r=$1
-    expect_equal status "$(tagged "$r" status)" 0
-    expect_stderr "$r" \
+# version in the info file, and no complaint about either on stderr; the
+# partitions as the kernel made them, in /proc/mtd's order, so that the bad
+# blocks are known to have been met.
+expect_complete_dump() { # results "name bad=N rw|ro"...
+    local r=$1 entry
+    shift
+    expect_run "$r" 0 crash-dump-complete "crash-dump.info crash-dump.ready crash-dump.tar.bz2" \
         '^Reset causes: 0x10 watchdog_reset$' \
         '^Failed to read UBI list: .*/sys/class/ubi/ubi0/volumes_count' \
         '^Post-mortem crash dump generated\.$'
-    expect_equal "lock directory" "$(listing "$r" lock)" "crash-dump-complete"
-    expect_equal "staging directory" "$(listing "$r" staging)" ""
-    expect_equal outputs "$(listing "$r" output)" "crash-dump.info crash-dump.ready crash-dump.tar.bz2"
+    expect_equal partitions "$(tagged "$r" partition | paste -sd,)" "$(IFS=,; echo "$*")"
     expect_equal "archive members" "$(listing "$r" archive)" "./ ./dmesg ./info ./lastkmsg ./ltcore"
     expect_equal "ltcore in the archive" "$(tagged "$r" ltcore)" "$(core_image 98304 | md5sum | cut -d' ' -f1)"
     expect_equal "ready marker bytes" "$(tagged "$r" ready-bytes)" 0
-    diff <(tagged "$r" archived-info) <(tagged "$r" info) >/dev/null ||
-        { echo "the archive's info differs from the info file:"; diff <(tagged "$r" archived-info) <(tagged "$r" info); }
-    expect_info "$r" type=post-mortem reset=watchdog_reset reset_flags=0x10 \
+    diff <(tagged "$r" archived-info) <(tagged "$r" info) | grep '^[<>]' |
+        sed "s/^/the archive's info (<) and the info file (>) differ: /"
+    for entry in type=post-mortem reset=watchdog_reset reset_flags=0x10 \
         reset_flag_strings=watchdog_reset serial=PX4C00123 hwrev=10 \
         eth_mac=00:1a:2b:3c:4d:5e wifi_mac=00:1a:2b:3c:4d:5f \
         "rescue=$RESCUE_VERSION" soc=i.MX6UL board=0x1a boot=2.4.1 family=corvan \
         run=5.12.0 image_name=signage-player-release td=0 console=1 process=lmplay \
         "assert=frame.size() > 0 at render.cpp:214" \
-        "lmplay=watchdog starving, last frame 4811"
+        "lmplay=watchdog starving, last frame 4811"; do
+        tagged "$r" info | grep -qxF -- "$entry" ||
+            printf 'info lacks %s (has: %s)\n' "$entry" "$(tagged "$r" info | grep -F -- "${entry%%=*}=" | head -n1)"
+    done
     tagged "$r" info | grep -qE '^salt=[0-9a-f]{32}$' || echo "info has no 32-digit salt"
     # The emulated board has no real-time clock: it boots in 1970.
-    expect_no_info "$r" time triggered customer_ubis
+    tagged "$r" info | grep -E '^(time|triggered|customer_ubis)=' | sed 's/^/info has, wanted none: /'
 }
 
 check_complete_dump() {
-    expect_complete_dump "$1"
-    expect_partitions "$1" "flash0.nvram bad=1 rw" "flash0.rescue bad=1 rw" "$FLASH_VIEW bad=2 rw"
+    expect_complete_dump "$1" "flash0.nvram bad=1 rw" "flash0.rescue bad=1 rw" "$FLASH_VIEW bad=2 rw"
 }
 
 check_read_only_flash() {
-    expect_complete_dump "$1"
-    expect_partitions "$1" "flash0.nvram bad=1 ro" "flash0.rescue bad=2 ro" "$FLASH_VIEW bad=3 rw"
+    expect_complete_dump "$1" "flash0.nvram bad=1 ro" "flash0.rescue bad=2 ro" "$FLASH_VIEW bad=3 rw"
 }
 
 check_unknown_silicon() {
-    local r=$1
-    expect_equal status "$(tagged "$r" status)" 1
-    expect_stderr "$r" '^crash-dump caught exception: Unexpected silicon type$'
-    expect_no_dump "$r" ""
+    expect_run "$1" 1 "" "" '^crash-dump caught exception: Unexpected silicon type$'
 }
 
 check_clean_reset() {
-    local r=$1
-    expect_equal status "$(tagged "$r" status)" 1
-    expect_stderr "$r" \
-        '^Reset causes: 0x1 power_on_reset$' \
-        '^No post-mortem crash dump available\.$'
-    expect_no_dump "$r" crash-dump-complete
-}
-
-# At least this many runs cut, spread over the run by the scenario.
-POWER_CUT_MIN_POINTS=20
-
-# Whether the facts of one run (a @@cut line after its N) break the promise:
-# a marker that stands beside an archive that does not read whole, or beside
-# an info file that is not the archive's own, or beside neither run's dump.
-marker_misleads() { # facts
-    case $1 in
-    *marker=no*) return 1 ;;
-    *"whole=yes info=member run=earlier" | *"whole=yes info=member run=new") return 1 ;;
-    esac
+    expect_run "$1" 1 crash-dump-complete "" '^Reset causes: 0x1 power_on_reset$' '^No post-mortem crash dump available\.$'
 }
 
 # The runs that a cut reached, "N facts" a line.
 cut_runs() { tagged "$1" cut | grep ' cut=yes '; }
 
-# After any cut, a marker stands only beside an archive that reads whole and
-# an info file equal to its info member, of one run; the run that no cut
-# reached (the last) leaves the new dump marked.
+# Those that break the promise: a marker that stands beside an archive that
+# does not read whole, or beside an info file that is not the archive's own,
+# or beside neither run's dump.
+misleading_runs() { cut_runs "$1" | grep -v ' marker=no$' | grep -vE ' whole=yes info=member run=(earlier|new)$'; }
+
+# At least 20 cut points, each followed by no misleading marker; the run that
+# no cut reached (the last) leaves the new dump marked.
 check_power_cut_sweep() {
-    local r=$1 n facts points last
-    [ "$(tagged "$r" header-writes)" -gt 0 ] 2>/dev/null ||
-        echo "no header writes counted in an uncut run: [$(tagged "$r" header-writes)]"
-    while read -r n facts; do
-        marker_misleads "$facts" &&
-            echo "cut after $n header writes: the marker stands beside a broken or mixed dump: $facts"
-    done < <(cut_runs "$r")
-    points=$(cut_runs "$r" | wc -l)
-    [ "$points" -ge "$POWER_CUT_MIN_POINTS" ] ||
-        echo "$points cut points, wanted at least $POWER_CUT_MIN_POINTS"
-    last=$(tagged "$r" cut | tail -n1)
+    local points last
+    misleading_runs "$1" | sed 's/^\([0-9]*\) /cut after \1 header writes: the marker stands beside a broken or mixed dump: /'
+    points=$(cut_runs "$1" | wc -l)
+    [ "$points" -ge 20 ] || echo "$points cut points, wanted at least 20"
+    last=$(tagged "$1" cut | tail -n1)
     case $last in
     *" cut=no status=0 marker=yes whole=yes info=member run=new") ;;
     *" cut=no "*) echo "the run that no cut reached left no new dump marked: $last" ;;
@@ -327,19 +250,9 @@ check_power_cut_sweep() {
 
 # One line: the cut points, what each left marked, and the violations.
 power_cut_summary() { # results
-    local n facts points=0 earlier=0 fresh=0 none=0 neither=0 misleading=0
-    while read -r n facts; do
-        points=$((points + 1))
-        case $facts in
-        *marker=no*) none=$((none + 1)) ;;
-        *run=earlier) earlier=$((earlier + 1)) ;;
-        *run=new) fresh=$((fresh + 1)) ;;
-        *) neither=$((neither + 1)) ;;
-        esac
-        marker_misleads "$facts" && misleading=$((misleading + 1))
-    done < <(cut_runs "$1")
-    printf '%d cut points over a run of %s header writes: the earlier dump marked after %d, the new one after %d' \
-        $points "$(tagged "$1" header-writes)" $earlier $fresh
-    [ $neither -eq 0 ] || printf ', neither run'"'"'s dump after %d' $neither
-    printf ', no marker after %d; %d violations\n' $none $misleading
+    local runs
+    runs=$(cut_runs "$1")
+    printf '%d cut points over a run of %s header writes: the earlier dump marked after %d, the new one after %d, no marker after %d; %d violations\n' \
+        "$(grep -c . <<<"$runs")" "$(tagged "$1" header-writes)" "$(grep -c ' run=earlier$' <<<"$runs")" \
+        "$(grep -c ' run=new$' <<<"$runs")" "$(grep -c ' marker=no$' <<<"$runs")" "$(misleading_runs "$1" | grep -c .)"
 }
