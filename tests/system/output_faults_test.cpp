@@ -1,55 +1,42 @@
-// Where the collector writes, while an earlier dump still waits for its
-// upload: faults of the output directory, runs cut off or started together. A
-// ready marker must only ever stand beside a dump of one run, and the lock must
-// tell other programs on the device when the collector has finished.
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// Where the collector writes while an earlier dump still waits for its upload:
+// a ready marker only ever stands beside one run's dump, and the lock tells
+// other programs on the device when the collector has finished.
 
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
+#include "param_name.h"
 #include "sandbox_test.h"
 
 namespace {
 
-using namespace sandbox::device_files;
-using ::testing::AnyOf;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using namespace sandbox;
 namespace fs = std::filesystem;
 
-class EarlierDumpTest : public sandbox::SandboxTest {
+class EarlierDumpTest : public SandboxTest {
 protected:
-    EarlierDumpTest() : SandboxTest("watchdog-crash") {}
-
     void SetUp() override
     {
         SandboxTest::SetUp();
         if (IsSkipped())
             return;
-        m_device.WriteFile(kArchive, "earlier archive");
-        m_device.WriteFile(kInfoFile, "earlier info\n");
-        m_device.WriteFile(kReadyMarker, "");
+        Prepare("earlier-dump-waiting");
+        m_earlier = EarlierDump();
     }
 
-    bool EarlierDumpKept() const
-    {
-        return m_device.ReadFile(kArchive) == "earlier archive" && m_device.ReadFile(kInfoFile) == "earlier info\n";
-    }
+    // The earlier archive and info file as they stand now.
+    std::string EarlierDump() const { return m_device.ReadFile(kArchive) + m_device.ReadFile(kInfoFile); }
+
+    std::string m_earlier;
 };
 
 struct OutputFault {
-    const char* name;
+    const char* what;
     void (*apply)(sim::DeviceRoot&);
     int status;
     std::string final_line;
@@ -63,23 +50,20 @@ const OutputFault kOutputFaults[] = {
      true, true},
     // A leftover of an interrupted run fails this one before it touches anything.
     {"StagingLeftover", [](sim::DeviceRoot& d) { d.MakeDirectory(kStaging); }, 1,
-     std::string(kCaught) + kStaging + ": File exists (17)\n", true, true},
+     std::string(kCaught) + kStaging + ": File exists (17)", true, true},
     {"ReadyMarkerIsADirectory", [](sim::DeviceRoot& d) { d.Remove(kReadyMarker); d.MakeDirectory(kReadyMarker); }, 1,
-     std::string(kCaught) + kReadyMarker + ": Is a directory (21)\n", false, false},
+     std::string(kCaught) + kReadyMarker + ": Is a directory (21)", false, false},
     // Replaced, not written through.
     {"ReadyMarkerIsALink",
      [](sim::DeviceRoot& d) { d.Remove(kReadyMarker); fs::create_symlink("/dev/kmsg", d.Path(kReadyMarker)); },
      0, kDump, false, true},
-    // Neither tar failing part way through an incompressible core nor the info
-    // file counts: whatever reached the storage is announced as the dump.
+    // Neither tar failing on an incompressible core nor the info file counts:
+    // whatever reached the storage is announced as the dump.
     {"OutputDirectoryFillsUp",
-     [](sim::DeviceRoot& d) {
-         d.MountTmpfs(kOutputDirectory, 64 << 10);
-         d.WriteFile(kCoreImage, sandbox::RandomBytes(1 << 20));
-     },
+     [](sim::DeviceRoot& d) { d.MountTmpfs(kOutputDirectory, 1 << 16); d.WriteFile(kCoreImage, RandomBytes(1 << 20)); },
      0, kDump, false, true},
-    // The staging directory is only scaffolding: failing to remove it (its
-    // parent made append-only) costs a line on standard error, not the dump.
+    // Failing to remove the staging directory (its parent made append-only)
+    // costs a line on standard error, not the dump.
     {"StagingCannotBeRemoved",
      [](sim::DeviceRoot& d) {
          d.MountTmpfs("/var/run/crash-dump", 64 << 10);
@@ -99,16 +83,15 @@ TEST_P(OutputFaultTest, EndsWithTheDocumentedOutcome)
 
     ASSERT_EQ(result.signal, 0) << "killed: hung or crashed";
     EXPECT_EQ(result.exit_status, fault.status) << result.standard_error;
-    EXPECT_EQ(sandbox::FinalLine(result.standard_error), fault.final_line);
+    EXPECT_THAT(result.standard_error, EndsWith(fault.final_line + "\n"));
     EXPECT_THAT(result.standard_error, HasSubstr(fault.shows));
-    EXPECT_EQ(EarlierDumpKept(), fault.kept);
+    EXPECT_EQ(EarlierDump() == m_earlier, fault.kept);
     struct stat marker {};
     const bool regular = lstat(m_device.Path(kReadyMarker).c_str(), &marker) == 0 && S_ISREG(marker.st_mode);
     EXPECT_EQ(regular && marker.st_size == 0, fault.marked);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTest, ::testing::ValuesIn(kOutputFaults),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTest, ::testing::ValuesIn(kOutputFaults), test_support::NameFromWhat());
 
 // Whether a program waiting for the collector would go on right now.
 bool LockIsFree(const sim::DeviceRoot& device)
@@ -119,11 +102,9 @@ bool LockIsFree(const sim::DeviceRoot& device)
     return free;
 }
 
-// The lock, taken once another holder of the temporary file lets go, is held
-// under its final name until the run ends, even by a kill. Leftovers of
-// earlier runs are taken over as they are: the temporary file neither
-// truncated nor written, an old final name replaced. A run killed before tar
-// has withdrawn the earlier marker, as the archive is about to be rewritten.
+// The lock is taken over as earlier runs left it (the temporary file neither truncated nor written, an old final
+// name replaced) once its other holder lets go, and held under its final name until the run ends, even by a kill.
+// A run killed before tar has withdrawn the earlier marker.
 TEST_F(EarlierDumpTest, LockHeldFromTheRenameToTheEndOfARunKilledBeforeTar)
 {
     m_device.WriteFile(kLock, "stale");
@@ -151,29 +132,8 @@ TEST_F(EarlierDumpTest, LockHeldFromTheRenameToTheEndOfARunKilledBeforeTar)
 
     EXPECT_EQ(run.Wait().signal, SIGKILL);
     EXPECT_TRUE(LockIsFree(m_device));
-    EXPECT_TRUE(EarlierDumpKept());
+    EXPECT_EQ(EarlierDump(), m_earlier);
     EXPECT_FALSE(m_device.Exists(kReadyMarker));
-}
-
-using CompletionLockTest = EarlierDumpTest;
-
-// Collectors started together, as by a boot that starts the unit twice: each
-// ends as a whole run does. One that opened the temporary name just before
-// another renamed it fails its rename; two with different files collide.
-TEST_F(CompletionLockTest, CollectorsStartedTogetherEachEndAsAWholeRun)
-{
-    for (const char* scenario : {"watchdog-crash", "clean-boot", "watchdog-crash", "clean-boot", "watchdog-crash"}) {
-        Prepare(scenario);
-        std::vector<sim::DeviceRoot::Process> runs;
-        for (int i = 0; i < 3; ++i)
-            runs.push_back(m_device.Start());
-        for (sim::DeviceRoot::Process& run : runs) {
-            const sim::RunResult result = run.Wait(std::chrono::seconds(60));
-            const std::string final_line = sandbox::FinalLine(result.standard_error);
-            EXPECT_THAT(final_line, AnyOf(kDump, kNoDump, StartsWith(kCaught))) << result.standard_error;
-            EXPECT_EQ(result.exit_status, final_line == kDump ? 0 : 1) << scenario;
-        }
-    }
 }
 
 } // namespace
