@@ -101,7 +101,7 @@ void BindOwnProcEntries(const std::string& root)
 std::vector<std::string> UnderValgrind(const std::vector<std::string>& argv, const std::string& log_inside)
 {
     std::vector<std::string> checked = {
-        "/usr/bin/valgrind",
+        DeviceRoot::kValgrind,
         "--error-exitcode=" + std::to_string(kToolFindingStatus),
         "--leak-check=full",
         "--show-leak-kinds=definite,indirect,possible",
@@ -153,10 +153,6 @@ DeviceRoot::DeviceRoot(const Installation& installation, const std::string& kept
         throw std::system_error(errno, std::generic_category(), "mkdtemp");
     m_base = pattern;
     m_root = m_keep_root ? fs::absolute(kept_root).lexically_normal().string() : m_base + "/root";
-    if (m_keep_root && fs::exists(m_root) && !fs::is_empty(m_root)) {
-        fs::remove_all(m_base);
-        throw std::runtime_error(kept_root + ": not empty");
-    }
 
     for (const char* directory : kDirectories)
         MakeDirectory(directory);
@@ -267,11 +263,6 @@ void DeviceRoot::MountTmpfs(std::string_view inside, size_t bytes)
     m_tmpfs.push_back(Path(inside));
 }
 
-void DeviceRoot::MakeReadOnly(std::string_view inside)
-{
-    m_read_only.emplace_back(inside);
-}
-
 void DeviceRoot::SetResetCauses(uint32_t causes) const
 {
     const char cell[4] = {static_cast<char>(causes >> 24), static_cast<char>(causes >> 16),
@@ -332,8 +323,6 @@ void DeviceRoot::MountDevice() const
     for (const Bind& bind : m_binds)
         BindMount(bind.host, Path(bind.inside), false);
     BindOwnProcEntries(m_root);
-    for (const std::string& inside : m_read_only)
-        BindMount(Path(inside), Path(inside), true);
 }
 
 void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const
@@ -455,7 +444,6 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
     else if (WIFSIGNALED(status))
         result.signal = WTERMSIG(status);
     result.standard_error = Slurp(m_output_directory + "/stderr");
-    result.standard_output = Slurp(m_output_directory + "/stdout");
     ReadToolLog(result);
     // Shown with a failing test's output: the finding is the news, not the
     // status the test then trips over.

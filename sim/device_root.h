@@ -16,7 +16,6 @@ struct RunResult {
     int exit_status = -1;   // the status passed to exit(), or -1 after a signal
     int signal = 0;         // the signal that ended the run, or 0
     std::string standard_error;
-    std::string standard_output;
     double wall_seconds = 0;
     // Peak resident memory of the process and every child it waited for
     // (the kernel's figure for the whole tree).
@@ -42,7 +41,7 @@ constexpr int kToolFindingStatus = 99;
 class DeviceRoot {
 public:
     // A fresh device in a temporary directory, removed with this object; or,
-    // given kept_root (which must not exist or be empty), a device there that
+    // given kept_root (new or empty: the caller checks), a device there that
     // stays for inspection.
     explicit DeviceRoot(const Installation& installation, const std::string& kept_root = "");
     ~DeviceRoot();
@@ -58,9 +57,8 @@ public:
     void MakeDirectory(std::string_view inside, mode_t mode = 0755) const;
     void Remove(std::string_view inside) const;
 
-    // Binds a host file or device over a path inside the device for each run
+    // Undoes the binding of a host file over a path inside the device
     // ("/dev/null" and "/dev/urandom" are bound from the host by default).
-    void BindHostFile(std::string_view host_path, std::string_view inside);
     void UnbindHostFile(std::string_view inside);
 
     // Loads the fake MTD driver into every dynamically linked program of the
@@ -72,10 +70,6 @@ public:
     // namespace of the calling process, so that runs write into it and the
     // caller sees what they left; it lasts as long as this object.
     void MountTmpfs(std::string_view inside, size_t bytes);
-
-    // Makes a directory of the device read-only for the runs; the caller can
-    // still change it between runs.
-    void MakeReadOnly(std::string_view inside);
 
     // The boot loader's record of the reset causes, a big-endian cell in the
     // device tree.
@@ -112,6 +106,8 @@ public:
     RunResult Run(const std::vector<std::string>& argv = {kCollector}) const { return Start(argv).Wait(); }
 
     static constexpr const char* kCollector = "/crash-dump";
+    // The host's memory checker, which runs the collector under --valgrind.
+    static constexpr const char* kValgrind = "/usr/bin/valgrind";
 
     // Kills whatever still runs inside the device: a program that the
     // collector started in a process group of its own outlives the collector
@@ -136,6 +132,8 @@ private:
         std::string inside;
     };
 
+    // Binds a host file or device over a path inside the device for each run.
+    void BindHostFile(std::string_view host_path, std::string_view inside);
     [[noreturn]] void EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const;
     void MountDevice() const;
 
@@ -147,7 +145,6 @@ private:
     bool m_valgrind = false;
     bool m_print_findings = false;
     std::vector<Bind> m_binds;
-    std::vector<std::string> m_read_only;
     std::vector<std::string> m_tmpfs;   // host paths, unmounted on destruction
     bool m_private_mounts = false;
     mutable unsigned m_runs = 0;

@@ -84,16 +84,6 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
     device.LoadMtdDriver();
 }
 
-std::string MtdDevice(const DeviceRoot& device, const std::string& name)
-{
-    const std::string table = device.ReadFile(kPartitionTable);
-    const size_t quoted = table.find(fmt::format(" \"{}\"\n", name));
-    if (quoted == std::string::npos)
-        throw std::invalid_argument("no partition " + name);
-    const size_t line = table.rfind('\n', quoted) + 1;
-    return "/dev/" + table.substr(line, table.find(':', line) - line);
-}
-
 void SetSiliconRegisters(const DeviceRoot& device, uint32_t digprog, uint32_t sbmr2)
 {
     device.WriteFile("/dev/mem", "", 0600);

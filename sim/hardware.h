@@ -36,14 +36,10 @@ MtdPartition FlashedPartition(const std::string& name, const std::string& image,
                               std::vector<uint32_t> bad_blocks);
 
 // Adds the partition as the next /dev/mtdN with its geometry, lists it in
-// "/proc/mtd" and loads the fake MTD driver into the device's programs.
+// "/proc/mtd" and loads the fake MTD driver into the device's programs. The
+// driver reads the node's ".geometry" sidecar for the geometry and the bad
+// blocks; a ".ro" sidecar write-protects the partition.
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);
-
-// The device node inside the device ("/dev/mtd1") of a partition that
-// AddMtdPartition added. Writing it changes what the driver reads; its
-// ".geometry" sidecar holds the geometry and the bad blocks, a ".ro" sidecar
-// write-protects it.
-std::string MtdDevice(const DeviceRoot& device, const std::string& name);
 
 // A physical memory ("/dev/mem") holding the SoC's digital-program register
 // and boot mode register 2 at their addresses; everything else reads 0.

@@ -27,7 +27,6 @@
 namespace {
 
 constexpr int kUsageStatus = 2;
-constexpr const char* kValgrind = "/usr/bin/valgrind";
 
 // Set by SIGINT or SIGTERM. The collector leads a session of its own, away
 // from the terminal's signals, so the handler ends it; the run then unwinds,
@@ -72,8 +71,8 @@ int Run(const sim::Options& options, const sim::Installation& installation)
         return Fail("running a scenario needs root (a mount namespace and a chroot)");
     if (!options.collector.empty() && access(options.collector.c_str(), X_OK) != 0)
         return Fail(options.collector + ": not an executable collector");
-    if (options.valgrind && access(kValgrind, X_OK) != 0)
-        return Fail(std::string("--valgrind needs ") + kValgrind);
+    if (options.valgrind && access(sim::DeviceRoot::kValgrind, X_OK) != 0)
+        return Fail(std::string("--valgrind needs ") + sim::DeviceRoot::kValgrind);
     if (!options.keep.empty() && std::filesystem::exists(options.keep) && !std::filesystem::is_empty(options.keep))
         return Fail(options.keep + ": not empty; --keep needs a new or empty directory");
 

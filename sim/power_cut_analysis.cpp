@@ -39,7 +39,7 @@ bool EndsWithCollectorExit(const std::string& log)
     if (log.empty() || log.back() != '\n')
         return false;
     const size_t last_line = log.rfind('\n', log.size() - 2);
-    std::istringstream first(log);
+    std::istringstream first(log.substr(0, log.find(' ')));
     std::istringstream last(log.substr(last_line == std::string::npos ? 0 : last_line + 1));
     std::string collector, pid, event;
     first >> collector;

@@ -8,19 +8,21 @@
 
 #include <fmt/format.h>
 
+#include "app/paths.h"
+
 namespace fs = std::filesystem;
 
 namespace sim {
 
 namespace {
 
-constexpr const char* kOutputDirectory = "/var/lib/lumora/crash-dump";
-constexpr const char* kArchive = "/var/lib/lumora/crash-dump/crash-dump.tar.bz2";
-constexpr const char* kInfoFile = "/var/lib/lumora/crash-dump/crash-dump.info";
+using paths::kArchive;
+using paths::kInfoFile;
+using paths::kOutputDirectory;
 
 // What the previous run of the device left for the collector to judge.
 constexpr const char* kEvidence[] = {
-    "/dev/ltcore", "/dev/lastkmsg", "/proc/panic_flag", "/sys/class/mem/lastkmsg/trigger_dump",
+    paths::kCoreImage, paths::kPreservedKernelLog, paths::kPanicFlag, paths::kDumpTrigger,
 };
 
 void Section(const std::string& title)
@@ -32,13 +34,13 @@ void Section(const std::string& title)
 std::string Quoted(const std::string& content)
 {
     std::string text = "\"";
-    for (const char c : content.substr(0, 24)) {
+    for (const char c : content) {
         if (c == '\n')
             break;
         const auto byte = static_cast<unsigned char>(c);
         text += byte >= 0x20 && byte < 0x7f ? std::string(1, c) : fmt::format("\\x{:02x}", byte);
     }
-    return text + (content.size() > 24 ? "...\"" : "\"");
+    return text + "\"";
 }
 
 std::string Describe(const DeviceRoot& device, const char* inside)

@@ -117,14 +117,6 @@ std::string FitBuilder::Build() const
     return image + structure + m_strings;
 }
 
-uint32_t GetBigEndian32(const std::string& image, size_t offset)
-{
-    uint32_t value = 0;
-    for (size_t i = 0; i < 4; ++i)
-        value = value << 8 | static_cast<unsigned char>(image.at(offset + i));
-    return value;
-}
-
 void PutBigEndian32(std::string& image, size_t offset, uint32_t value)
 {
     std::string bytes;

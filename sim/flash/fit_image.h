@@ -46,14 +46,9 @@ constexpr uint32_t kFitProperty = 3;
 constexpr uint32_t kFitNop = 4;
 constexpr uint32_t kFitEnd = 9;
 
-// Byte offsets of the header fields that tests damage.
-constexpr size_t kFitMagicField = 0;
-constexpr size_t kFitStructureOffsetField = 8;
-constexpr size_t kFitStringsOffsetField = 12;
-constexpr size_t kFitStringsSizeField = 32;
+// Byte offset of the header field that tests damage.
 constexpr size_t kFitStructureSizeField = 36;
 
-uint32_t GetBigEndian32(const std::string& image, size_t offset);
 void PutBigEndian32(std::string& image, size_t offset, uint32_t value);
 
 // A rescue kernel image as the build makes it: the root's own properties

@@ -17,16 +17,11 @@ namespace test_support {
 // touched. Anything that would change the flash is refused.
 class MemoryNand : public NandAccess {
 public:
-    MemoryNand(uint32_t erase_size, uint32_t blocks) : m_erase_size(erase_size), m_data(size_t{erase_size} * blocks, 0xff)
-    {
-    }
+    MemoryNand(uint32_t erase_size, uint32_t blocks) : m_erase_size(erase_size), m_data(size_t{erase_size} * blocks, 0xff) {}
     // Tests derive variants that misbehave; those are destroyed through this.
     virtual ~MemoryNand() = default;
 
-    static std::shared_ptr<MemoryNand> Make(uint32_t erase_size, uint32_t blocks)
-    {
-        return std::make_shared<MemoryNand>(erase_size, blocks);
-    }
+    static auto Make(uint32_t erase_size, uint32_t blocks) { return std::make_shared<MemoryNand>(erase_size, blocks); }
 
     // Test set-up, bypassing bad-block checks.
     void Fill(uint32_t offset, const std::string& bytes);

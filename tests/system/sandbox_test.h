@@ -7,11 +7,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <random>
 #include <string>
 
 #include "device_root.h"
 #include "installation.h"
+#include "random_bytes.h"
 #include "scenario.h"
 #include "scenario_directory.h"
 
@@ -48,15 +48,7 @@ inline sim::Scenario BuiltInScenario(const std::string& name)
     return sim::LoadScenario(ThisBuild().scenarios + "/" + name);
 }
 
-// What a worn flash or a wild write leaves, the same on every call so that a failure repeats.
-inline std::string RandomBytes(size_t size)
-{
-    std::mt19937 engine(7);
-    std::string bytes(size, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>(engine());
-    return bytes;
-}
+using test_support::RandomBytes;
 
 // A test on a bare simulated device; building one needs root, elsewhere the test is skipped.
 class SandboxTest : public ::testing::Test {

@@ -8,6 +8,7 @@
 
 #include "fit_image.h"
 #include "memory_nand.h"
+#include "random_bytes.h"
 #include "platform/maybe_compressed_nand_reader.h"
 
 namespace {
@@ -24,13 +25,7 @@ struct StrictNand : test_support::MemoryNand {
     }
 };
 
-std::string RandomBytes(size_t size, uint32_t seed)
-{
-    std::string bytes(size, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>((seed = seed * 1664525u + 1013904223u) >> 24);
-    return bytes;
-}
+using test_support::RandomBytes;
 
 std::string Drain(const std::string& image, const std::vector<uint32_t>& bad_blocks = {})
 {
