@@ -15,13 +15,16 @@
 namespace {
 
 // Archive, info file, then the empty ready marker: whoever sees the marker may
-// rely on the other two being complete, each synced before the next step.
-void WriteDump(const CrashInfo& record)
+// rely on the other two being complete, each synced before the next step. A
+// step that fails throws, and nothing after it is written. Returns the record
+// as both the archive and the info file hold it.
+CrashInfo WriteDump(const CrashInfo& record)
 {
-    CollectDump(record, paths::kArchive);
-    WriteInfoFile(record, paths::kInfoFile);
-    SyncInfoFile();
+    CrashInfo packed = CollectDump(record, paths::kArchive);
+    WriteInfoFile(packed, paths::kInfoFile);
+    SyncInfoFileName();
     PublishReadyMarker();
+    return packed;
 }
 
 } // namespace
@@ -38,7 +41,10 @@ int RunCollector()
             tessel::print(stderr, "No post-mortem crash dump available.\n");
             return 1;
         }
-        WriteDump(record);
+        const CrashInfo packed = WriteDump(record);
+        if (const auto dropped = packed.find("core_dropped"); dropped != packed.end())
+            tessel::print(stderr, "Crash dump written without its core image of {} bytes: it could not be stored.\n",
+                          dropped->second);
         tessel::print(stderr, "Post-mortem crash dump generated.\n");
         return 0;
     } catch (const std::exception& e) {

@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 
 #include <boost/filesystem/operations.hpp>
-#include <fmt/format.h>
 
+#include "app/core_image.h"
 #include "app/info_file.h"
 #include "app/paths.h"
 #include "app/ready_marker.h"
@@ -22,21 +24,16 @@ namespace {
 // The core image is copied through a shell redirection because the kernel's
 // core device is a character device: tar would store it as a device node.
 // An empty copy means the kernel kept no core, and is dropped from the archive.
-// The archive path goes between the quotes as it is, unescaped.
-constexpr const char* kDumpScript =
-    "cd /var/run/crash-dump/new || exit 1; cat < /dev/ltcore > ltcore; if [ ! -s ltcore ]; then rm -f ltcore; fi; "
-    "dmesg -s131072 > dmesg;cat < /dev/lastkmsg > lastkmsg;tar -cjf '{}' .";
-
-void PackStagingDirectory(const std::string& archive_path)
-{
-    SpawnProcess shell;
-    shell.m_program = "/bin/sh";
-    shell.m_args = {"-c", DumpScript(archive_path)};
-    shell.Execute(0);
-    // The exit code is ignored on purpose: whatever the script managed to
-    // pack is worth more than no dump.
-    shell.Wait();
-}
+// Each copy into the staging directory is written by a cat of its own, whose
+// status is the pipeline's: a copy that cannot be written (the staging area
+// full, an I/O error) fails the script, while a source that is missing or
+// unreadable still leaves an empty or short member, as the kernel left it.
+// tar's status, last, is the archive's.
+constexpr const char* kEnterStaging = "cd /var/run/crash-dump/new || exit 1; ";
+constexpr const char* kCopyCore =
+    "cat < /dev/ltcore | cat > ltcore || exit 1; if [ ! -s ltcore ]; then rm -f ltcore; fi; ";
+constexpr const char* kCopyLogs =
+    "dmesg -s131072 | cat > dmesg || exit 1;cat < /dev/lastkmsg | cat > lastkmsg || exit 1;";
 
 void RemoveStagingDirectory()
 {
@@ -47,24 +44,60 @@ void RemoveStagingDirectory()
     }
 }
 
-} // namespace
-
-std::string DumpScript(const std::string& archive_path)
-{
-    return fmt::format(kDumpScript, archive_path);
-}
-
-void CollectDump(const CrashInfo& info, const std::string& archive_path)
+// One pass: stages the record, packs the staging directory into the archive
+// and removes it again. Returns the dump script's exit code.
+int Pack(const CrashInfo& info, const std::string& archive_path, bool with_core)
 {
     // An existing directory is an error too: it is what an interrupted run
     // left behind, and its content would end up in this dump.
     if (mkdir(paths::kStagingDirectory, 0700) != 0)
         throw ErrnoException(errno, paths::kStagingDirectory);
-    WriteInfoFile(info, paths::kStagedInfo);
+    try {
+        WriteInfoFile(info, paths::kStagedInfo);
+    } catch (const ErrnoException&) {
+        RemoveStagingDirectory();
+        throw;
+    }
     // From here on the earlier dump is rewritten: it is no longer handed off.
     WithdrawReadyMarker();
-    PackStagingDirectory(archive_path);
+
+    SpawnProcess shell;
+    shell.m_program = "/bin/sh";
+    shell.m_args = {"-c", DumpScript(archive_path, with_core)};
+    shell.Execute(0);
+    const int status = shell.Wait();
     RemoveStagingDirectory();
+    return status;
+}
+
+} // namespace
+
+std::string DumpScript(const std::string& archive_path, bool with_core)
+{
+    // The archive path goes between the quotes as it is, unescaped.
+    return std::string(kEnterStaging) + (with_core ? kCopyCore : "") + kCopyLogs + "tar -cjf '" + archive_path
+        + "' .";
+}
+
+CrashInfo CollectDump(const CrashInfo& info, const std::string& archive_path)
+{
+    CrashInfo packed = info;
+    int status = Pack(packed, archive_path, true);
+    const uint64_t core_size = status == 0 ? 0 : CoreImageSize();
+    if (core_size > 0) {
+        // The core is most of a dump, the record and the kernel logs are the
+        // small and most telling rest: they must get through where it does not.
+        ::unlink(archive_path.c_str());
+        packed["core_dropped"] = std::to_string(core_size);
+        status = Pack(packed, archive_path, false);
+    }
+    if (status != 0) {
+        // A truncated archive must not pass for a dump.
+        ::unlink(archive_path.c_str());
+        throw std::runtime_error(archive_path + ": not written, the dump script failed with status "
+                                 + std::to_string(status));
+    }
     // The archive must be on the storage before the ready marker says so.
     sync();
+    return packed;
 }

@@ -1,12 +1,20 @@
 #include "app/info_file.h"
 
-#include <fstream>
+#include <unistd.h>
+
+#include "platform/errno_exception.h"
+#include "platform/posix_helpers.h"
 
 void WriteInfoFile(const CrashInfo& info, const std::string& path)
 {
-    // A stream that failed to open ignores every write; flushing after each
-    // line keeps as much as possible if the storage fills up part way.
-    std::ofstream file(path, std::ios::out | std::ios::trunc | std::ios::binary);
+    std::string text;
     for (const auto& [key, value] : info)
-        file << key << '=' << value << '\n' << std::flush;
+        text += key + '=' + value + '\n';
+    try {
+        WriteFile(path, text.data(), text.size(), 0666);
+    } catch (const ErrnoException& e) {
+        // A truncated record reads as a whole one with fewer facts.
+        ::unlink(path.c_str());
+        throw ErrnoException(e.error(), path);
+    }
 }

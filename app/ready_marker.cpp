@@ -34,9 +34,8 @@ void WithdrawReadyMarker()
         SyncOutputDirectory();
 }
 
-void SyncInfoFile()
+void SyncInfoFileName()
 {
-    SyncQuietly(paths::kInfoFile, 0);
     SyncOutputDirectory();
 }
 

@@ -10,8 +10,9 @@
 // write at the end, which then fails.
 void WithdrawReadyMarker();
 
-// Makes the info file and its name durable; failures are left to the marker.
-void SyncInfoFile();
+// Makes the info file's name durable (its writer syncs its content);
+// failures are left to the marker.
+void SyncInfoFileName();
 
 // Writes the empty marker and makes its name durable. Throws ErrnoException
 // when the marker cannot be written.

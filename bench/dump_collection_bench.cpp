@@ -94,7 +94,7 @@ void RunScript(sim::DeviceRoot& device, std::vector<sim::RunResult>& runs)
     device.Remove(kArchive);
     device.MakeDirectory(kStaging, 0700);
     device.WriteFile(std::string(kStaging) + "/info", "type=post-mortem\n");
-    runs.push_back(device.Run({"/bin/sh", "-c", DumpScript(kArchive)}));
+    runs.push_back(device.Run({"/bin/sh", "-c", DumpScript(kArchive, true)}));
     device.Remove(kStaging);
 }
 

@@ -114,6 +114,8 @@ void ShowInputs(const std::string& name, const Scenario& scenario, const DeviceR
                scenario.reset_causes ? fmt::format("0x{:x}", *scenario.reset_causes) : "none (no property)");
     for (const char* evidence : kEvidence)
         fmt::print("   {:<38} {}\n", evidence, Describe(device, evidence));
+    for (const auto& [inside, bytes] : scenario.file_system_sizes)
+        fmt::print("   {:<38} a file system of {}\n", inside, Size(bytes));
     fmt::print("   {:<38} DIGPROG 0x{:08x}, SBMR2 0x{:08x}\n", "SoC registers", scenario.soc.digprog,
                scenario.soc.sbmr2);
     const FlashGeometry& geometry = scenario.geometry;

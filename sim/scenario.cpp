@@ -4,6 +4,8 @@ namespace sim {
 
 void Apply(const Scenario& scenario, DeviceRoot& device)
 {
+    for (const auto& [inside, bytes] : scenario.file_system_sizes)
+        device.MountTmpfs(inside, bytes);
     for (const auto& [inside, entry] : scenario.root) {
         if (entry.directory)
             device.MakeDirectory(inside, entry.mode);

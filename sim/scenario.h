@@ -50,6 +50,10 @@ struct Scenario {
     // By partition name; /proc/mtd lists them in this order.
     std::map<std::string, FlashImage> flash;
     SocRegisters soc;
+    // Directories of the device that are file systems of their own, of this
+    // many bytes (a tmpfs, whole pages): a data partition with little left, a
+    // staging area in little RAM. By path inside the device.
+    std::map<std::string, uint32_t> file_system_sizes;
 
     void SetFile(const std::string& inside, std::string content, mode_t mode = 0644)
     {
@@ -57,7 +61,8 @@ struct Scenario {
     }
 };
 
-// Makes the device show the scenario: its files, the reset-cause property,
+// Makes the device show the scenario: its small file systems, then its files
+// (those inside such a file system take from its space), the reset-cause property,
 // the partitions in /proc/mtd (replacing any listed before) and the SoC's
 // registers in /dev/mem.
 void Apply(const Scenario& scenario, DeviceRoot& device);

@@ -59,6 +59,27 @@ void RequireKind(const fs::path& path, fs::file_type kind)
         throw ScenarioError(path.string(), kind == fs::file_type::directory ? "not a directory" : "not a plain file");
 }
 
+uint32_t ReadNumberFile(const fs::path& path)
+{
+    RequireKind(path, fs::file_type::regular);
+    return ReadNumbers(path, 1).front();
+}
+
+// The entries that make a directory of the device a small file system.
+const std::map<std::string, std::string> kFileSystemEntries = {
+    {"output-size", "/var/lib/lumora/crash-dump"},
+    {"staging-size", "/var/run/crash-dump"},
+};
+
+void LoadFileSystemSize(const fs::path& path, const std::string& inside, Scenario& scenario)
+{
+    const uint32_t bytes = ReadNumberFile(path);
+    // A tmpfs of size 0 has no limit at all.
+    if (bytes == 0)
+        throw ScenarioError(path.string(), "a file system of 0 bytes");
+    scenario.file_system_sizes[inside] = bytes;
+}
+
 void LoadRoot(const fs::path& directory, Scenario& scenario)
 {
     RequireKind(directory, fs::file_type::directory);
@@ -154,14 +175,16 @@ Scenario LoadScenario(const std::string& directory)
             RequireKind(path, fs::file_type::regular);
             scenario.description = FirstLine(ReadWhole(path));
         } else if (name == "reset-causes") {
-            RequireKind(path, fs::file_type::regular);
-            scenario.reset_causes = ReadNumbers(path, 1).front();
+            scenario.reset_causes = ReadNumberFile(path);
+        } else if (const auto small = kFileSystemEntries.find(name); small != kFileSystemEntries.end()) {
+            LoadFileSystemSize(path, small->second, scenario);
         } else if (name == "soc") {
             RequireKind(path, fs::file_type::regular);
             const std::vector<uint32_t> registers = ReadNumbers(path, 2);
             scenario.soc = {registers[0], registers[1]};
         } else {
-            throw ScenarioError(path.string(), "not part of a scenario (description, root/, reset-causes, flash/, soc)");
+            throw ScenarioError(path.string(), "not part of a scenario (description, root/, reset-causes, flash/, soc,"
+                                               " output-size, staging-size)");
         }
     }
     return scenario;

@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "app/info_file.h"
+#include "platform/errno_exception.h"
 #include "platform/posix_helpers.h"
 #include "temp_directory.h"
 
@@ -19,8 +20,8 @@ TEST(InfoFileTest, ReplacesTheFileWithOneRawLinePerEntryInByteWiseKeyOrder)
     EXPECT_EQ(ReadWholeFile(path), "B=\na=x=1\nBacktrace\nb=2\n");
     WriteInfoFile({}, path);
     EXPECT_EQ(ReadWholeFile(path), "");
-    // A missing info file must never cost the dump itself.
-    EXPECT_NO_THROW(WriteInfoFile({{"a", "1"}}, directory.Path() + "/missing/info"));
+    // The caller must learn of it: a dump without its record is not announced.
+    EXPECT_THROW(WriteInfoFile({{"a", "1"}}, directory.Path() + "/missing/info"), ErrnoException);
 }
 
 } // namespace
