@@ -30,10 +30,14 @@ protected:
     }
 
     // The earlier archive and info file as they stand now.
-    std::string EarlierDump() const { return m_device.ReadFile(kArchive) + m_device.ReadFile(kInfoFile); }
+    std::string EarlierDump() const { return Content(kArchive) + Content(kInfoFile); }
+    std::string Content(const char* inside) const { return m_device.Exists(inside) ? m_device.ReadFile(inside) : ""; }
 
     std::string m_earlier;
 };
+
+// The staging directory's parent, on a device a tmpfs.
+constexpr const char* kRun = "/var/run/crash-dump";
 
 struct OutputFault {
     const char* what;
@@ -43,6 +47,7 @@ struct OutputFault {
     bool kept;   // the earlier archive and info file are untouched
     bool marked; // an empty regular file stands as the ready marker afterwards
     const char* shows = "";
+    const char* left = "crash-dump.info\ncrash-dump.ready\ncrash-dump.tar.bz2\n"; // the output directory afterwards
 };
 
 const OutputFault kOutputFaults[] = {
@@ -57,17 +62,25 @@ const OutputFault kOutputFaults[] = {
     {"ReadyMarkerIsALink",
      [](sim::DeviceRoot& d) { d.Remove(kReadyMarker); fs::create_symlink("/dev/kmsg", d.Path(kReadyMarker)); },
      0, kDump, false, true},
-    // Neither tar failing on an incompressible core nor the info file counts:
-    // whatever reached the storage is announced as the dump.
-    {"OutputDirectoryFillsUp",
-     [](sim::DeviceRoot& d) { d.MountTmpfs(kOutputDirectory, 1 << 16); d.WriteFile(kCoreImage, RandomBytes(1 << 20)); },
-     0, kDump, false, true},
+    // A core that the staging area in RAM cannot take is dropped like one that the output's storage cannot.
+    {"StagingAreaFillsUp",
+     [](sim::DeviceRoot& d) { d.MountTmpfs(kRun, 64 << 10); d.WriteFile(kCoreImage, RandomBytes(1 << 20)); },
+     0, std::string("Crash dump written without its core image of 1048576 bytes: it could not be stored.\n") + kDump,
+     false, true},
+    // One page: room for the dump without its core, not for the info file beside it; none is left half written.
+    {"InfoFileDoesNotFit",
+     [](sim::DeviceRoot& d) { d.MountTmpfs(kOutputDirectory, 4096); d.WriteFile(kCoreImage, RandomBytes(1 << 20)); },
+     1, std::string(kCaught) + kInfoFile + ": No space left on device (28)", false, false, "", "crash-dump.tar.bz2\n"},
+    // Not even the kernel log fits: no archive at all rather than a truncated one.
+    {"NothingFits",
+     [](sim::DeviceRoot& d) { d.MountTmpfs(kOutputDirectory, 4096); d.WriteFile(kKernelLog, RandomBytes(1 << 16)); },
+     1, std::string(kCaught) + kArchive + ": not written, the dump script failed with status 2", false, false, "", ""},
     // Failing to remove the staging directory (its parent made append-only)
     // costs a line on standard error, not the dump.
     {"StagingCannotBeRemoved",
      [](sim::DeviceRoot& d) {
-         d.MountTmpfs("/var/run/crash-dump", 64 << 10);
-         EXPECT_EQ(std::system(("chattr +a " + d.Path("/var/run/crash-dump")).c_str()), 0);
+         d.MountTmpfs(kRun, 64 << 10);
+         EXPECT_EQ(std::system(("chattr +a " + d.Path(kRun)).c_str()), 0);
      },
      0, kDump, false, true, "\nFailed to clean up after generating crash dump: "},
 };
@@ -89,6 +102,14 @@ TEST_P(OutputFaultTest, EndsWithTheDocumentedOutcome)
     struct stat marker {};
     const bool regular = lstat(m_device.Path(kReadyMarker).c_str(), &marker) == 0 && S_ISREG(marker.st_mode);
     EXPECT_EQ(regular && marker.st_size == 0, fault.marked);
+    EXPECT_EQ(HostOutput("LC_ALL=C ls " + m_device.Path(kOutputDirectory)), fault.left);
+    if (!fault.marked)
+        return;
+    // Beside the marker, one run's complete dump: its info file is the archive's, and a dropped core is not in it.
+    const std::string info = m_device.ReadFile(kInfoFile);
+    EXPECT_EQ(Tar(m_device, "-xOj ./info"), info);
+    EXPECT_EQ(Tar(m_device, "-tj").find("./ltcore") == std::string::npos,
+              info.find("\ncore_dropped=") != std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, OutputFaultTest, ::testing::ValuesIn(kOutputFaults), test_support::NameFromWhat());

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -49,6 +50,23 @@ inline sim::Scenario BuiltInScenario(const std::string& name)
 }
 
 using test_support::RandomBytes;
+
+// What a command run on the host prints.
+inline std::string HostOutput(const std::string& command)
+{
+    std::FILE* pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (int c; (c = std::fgetc(pipe)) != EOF;)
+        output += static_cast<char>(c);
+    pclose(pipe);
+    return output;
+}
+
+// What tar prints for the device's archive and the given options.
+inline std::string Tar(const sim::DeviceRoot& device, const std::string& options)
+{
+    return HostOutput("tar -f " + device.Path(kArchive) + " " + options + " 2>/dev/null");
+}
 
 // A test on a bare simulated device; building one needs root, elsewhere the test is skipped.
 class SandboxTest : public ::testing::Test {
