@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "device_root.h"
+#include "power_cut_trace.h"
 
 namespace sim {
 

@@ -222,15 +222,8 @@ private:
     }
 
     // A host path as the tracer printed it, inside the device.
-    Path Device(std::string host, bool* unlinked = nullptr) const
+    Path Device(const std::string& host) const
     {
-        constexpr std::string_view kDeleted = " (deleted)";
-        const bool deleted = host.size() > kDeleted.size()
-            && host.compare(host.size() - kDeleted.size(), kDeleted.size(), kDeleted) == 0;
-        if (deleted)
-            host.resize(host.size() - kDeleted.size());
-        if (unlinked != nullptr)
-            *unlinked = deleted;
         if (host == m_root)
             return "/";
         if (host.rfind(m_root + "/", 0) != 0)
@@ -238,11 +231,15 @@ private:
         return host.substr(m_root.size());
     }
 
-    // The file of the descriptor argument i.
+    // The file of the descriptor argument i; -y marks one that lost its name
+    // since it was opened ("3</d/f>(deleted)").
     Path File(const Syscall& call, size_t i, bool* unlinked = nullptr) const
     {
-        const std::optional<std::string> host = DescriptorPath(call.args.at(i));
-        return host ? Device(*host, unlinked) : std::nullopt;
+        const std::string& arg = call.args.at(i);
+        if (unlinked != nullptr)
+            *unlinked = arg.size() > 9 && arg.compare(arg.size() - 9, 9, "(deleted)") == 0;
+        const std::optional<std::string> host = DescriptorPath(arg);
+        return host ? Device(*host) : std::nullopt;
     }
 
     // Argument i, a path: absolute, relative to the directory descriptor
