@@ -15,10 +15,11 @@ constexpr unsigned long kMaxVolumes = 128;
 
 std::optional<unsigned long> ReadVolumeCount(const std::string& ubi_device)
 {
+    const auto read = [&] {
+        return std::strtoul(ReadTrimmedFile(ubi_device + "/volumes_count").c_str(), nullptr, 0);
+    };
     return CallOrFallBack(std::optional<unsigned long>(), "Failed to read UBI list: {}\n",
-                          "Failed to read UBI list: Unknown exception\n", [&] {
-                              return std::strtoul(ReadTrimmedFile(ubi_device + "/volumes_count").c_str(), nullptr, 0);
-                          });
+                          "Failed to read UBI list: Unknown exception\n", read);
 }
 
 std::optional<std::string> ReadVolumeName(const std::string& ubi_device, unsigned long index)

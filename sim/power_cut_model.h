@@ -23,8 +23,8 @@ struct ContentVersion {
 // A file's content since the run began: each write, and each change of size
 // by a truncation, adds a version. Storage may hold any version from the
 // oldest one that an fsync or a sync made durable, to the newest. (A write
-// through an O_SYNC descriptor gets no such credit: the trace does not say
-// which descriptor a write went through.)
+// through an O_SYNC descriptor gets no such credit: the trace does not show a
+// descriptor's flags where it is written to.)
 struct Inode {
     std::vector<ContentVersion> versions;
     size_t durable = 0;
