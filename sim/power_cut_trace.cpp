@@ -156,7 +156,7 @@ private:
         // Swapping two names, a whiteout, a link to a descriptor's file (one
         // made with O_TMPFILE), or the directory itself moving.
         const bool unmodelled = HasFlag(flags, "RENAME_EXCHANGE") || HasFlag(flags, "RENAME_WHITEOUT")
-            || HasFlag(flags, "AT_EMPTY_PATH") || path == m_directory || target == m_directory || !path || !target;
+            || HasFlag(flags, "AT_EMPTY_PATH") || path == m_directory || target == m_directory;
         for (const Path& name : {path, target}) {
             if (name && unmodelled)
                 Refuse(call, process, *name);
