@@ -1,11 +1,11 @@
 #include "app/collector.h"
 
 #include <cstdio>
-#include <exception>
 
 #include "app/completion_lock.h"
 #include "app/crash_record.h"
 #include "app/dump_collection.h"
+#include "app/fall_back.h"
 #include "app/info_file.h"
 #include "app/paths.h"
 #include "app/ready_marker.h"
@@ -31,7 +31,7 @@ CrashInfo WriteDump(const CrashInfo& record)
 
 int RunCollector()
 {
-    try {
+    return CallOrFallBack(1, "crash-dump caught exception: {}\n", "crash-dump caught exception.\n", [] {
         // First of all, before the lock: a device whose identity cannot be
         // read ends the run without announcing one. Destroyed last.
         HardwareConfig hardware;
@@ -47,10 +47,5 @@ int RunCollector()
                           dropped->second);
         tessel::print(stderr, "Post-mortem crash dump generated.\n");
         return 0;
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "crash-dump caught exception: {}\n", e.what());
-    } catch (...) {
-        tessel::print(stderr, "crash-dump caught exception.\n");
-    }
-    return 1;
+    });
 }

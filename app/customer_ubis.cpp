@@ -1,13 +1,11 @@
 #include "app/customer_ubis.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <optional>
 
+#include "app/fall_back.h"
 #include "app/trimmed_file.h"
-#include "platform/print.h"
 
 namespace {
 
@@ -17,26 +15,18 @@ constexpr unsigned long kMaxVolumes = 128;
 
 std::optional<unsigned long> ReadVolumeCount(const std::string& ubi_device)
 {
-    try {
+    const auto read = [&] {
         return std::strtoul(ReadTrimmedFile(ubi_device + "/volumes_count").c_str(), nullptr, 0);
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "Failed to read UBI list: {}\n", e.what());
-    } catch (...) {
-        tessel::print(stderr, "Failed to read UBI list: Unknown exception\n");
-    }
-    return std::nullopt;
+    };
+    return CallOrFallBack(std::optional<unsigned long>(), "Failed to read UBI list: {}\n",
+                          "Failed to read UBI list: Unknown exception\n", read);
 }
 
 std::optional<std::string> ReadVolumeName(const std::string& ubi_device, unsigned long index)
 {
-    try {
-        return ReadTrimmedFile(fmt::format("{}/ubi0_{}/name", ubi_device, index));
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "Failed to read UBI name: {}\n", e.what());
-    } catch (...) {
-        tessel::print(stderr, "Failed to read UBI name: Unknown exception\n");
-    }
-    return std::nullopt;
+    return CallOrFallBack(std::optional<std::string>(), "Failed to read UBI name: {}\n",
+                          "Failed to read UBI name: Unknown exception\n",
+                          [&] { return ReadTrimmedFile(fmt::format("{}/ubi0_{}/name", ubi_device, index)); });
 }
 
 } // namespace

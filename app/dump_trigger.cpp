@@ -1,12 +1,10 @@
 #include "app/dump_trigger.h"
 
-#include <cstdio>
-#include <exception>
 #include <limits>
 
+#include "app/fall_back.h"
 #include "app/paths.h"
 #include "platform/posix_helpers.h"
-#include "platform/print.h"
 
 namespace {
 
@@ -74,14 +72,9 @@ uint32_t ParseUnsignedBase0(std::string_view text)
 
 uint32_t ReadDumpTrigger()
 {
-    try {
-        return ParseUnsignedBase0(ReadWholeFile(paths::kDumpTrigger));
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "Failed to determine trigger_dump state: {}\n", e.what());
-    } catch (...) {
-        // Deliberately without a line end: kept exactly as earlier releases
-        // printed it.
-        tessel::print(stderr, "Failed to determine trigger_dump state: Unknown exception");
-    }
-    return 0;
+    // The second message deliberately has no line end: kept exactly as
+    // earlier releases printed it.
+    return CallOrFallBack(uint32_t{0}, "Failed to determine trigger_dump state: {}\n",
+                          "Failed to determine trigger_dump state: Unknown exception",
+                          [] { return ParseUnsignedBase0(ReadWholeFile(paths::kDumpTrigger)); });
 }

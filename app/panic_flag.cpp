@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 
+#include "app/fall_back.h"
 #include "app/paths.h"
 #include "platform/errno_exception.h"
 #include "platform/print.h"
@@ -15,7 +15,8 @@
 
 bool PanicFlagSet()
 {
-    try {
+    return CallOrFallBack(false, "Failed to open panic flag file: {}\n",
+                          "Failed to open panic flag file: Unknown exception\n", [] {
         tessel::UniqueFd fd(::open(paths::kPanicFlag, O_RDONLY | O_CLOEXEC));
         if (!fd.valid())
             throw ErrnoException(errno, paths::kPanicFlag);
@@ -36,10 +37,5 @@ bool PanicFlagSet()
         if (flag != '0')
             tessel::print(stderr, "Unrecognised panic flag\n");
         return false;
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "Failed to open panic flag file: {}\n", e.what());
-    } catch (...) {
-        tessel::print(stderr, "Failed to open panic flag file: Unknown exception\n");
-    }
-    return false;
+    });
 }

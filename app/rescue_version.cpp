@@ -1,10 +1,7 @@
 #include "app/rescue_version.h"
 
-#include <cstdio>
-#include <exception>
-
+#include "app/fall_back.h"
 #include "app/fit_reader.h"
-#include "platform/print.h"
 
 namespace {
 
@@ -14,12 +11,7 @@ constexpr const char* kRescuePartition = "flash0.rescue";
 
 std::string ReadRescueVersion(const PartitionOpener& open_partition)
 {
-    try {
-        return ReadFitRootProperty(open_partition(kRescuePartition), "version");
-    } catch (const std::exception& e) {
-        tessel::print(stderr, "Unable to read rescue kernel version: {}\n", e.what());
-    } catch (...) {
-        tessel::print(stderr, "Unable to read rescue kernel version: Unknown exception\n");
-    }
-    return {};
+    return CallOrFallBack(std::string(), "Unable to read rescue kernel version: {}\n",
+                          "Unable to read rescue kernel version: Unknown exception\n",
+                          [&] { return ReadFitRootProperty(open_partition(kRescuePartition), "version"); });
 }

@@ -22,18 +22,19 @@
 #include <thread>
 #include <utility>
 
+#include "app/paths.h"
+
 namespace fs = std::filesystem;
 
 namespace sim {
 
 namespace {
 
-// The device's own directories. /var/run/crash-dump and the output directory
-// exist on a device before the collector runs (the system image makes them).
-const char* const kDirectories[] = {
-    "/proc", "/sys", "/dev", "/etc", "/tmp", "/usr", "/var/lock", "/var/run/crash-dump",
-    "/var/lib/lumora/crash-dump",
-};
+// The device's own directories. The collector's (those of its lock, its
+// staging area and its outputs) exist on a device before it runs: the system
+// image makes them.
+const char* const kDirectories[] = {"/proc", "/sys", "/dev", "/etc", "/tmp", "/usr"};
+const char* const kCollectorFiles[] = {paths::kLock, paths::kStagingDirectory, paths::kReadyMarker};
 
 // The host's merged /usr layout, so that "/bin/sh" and the loader resolve.
 const char* const kUsrLinks[][2] = {
@@ -156,6 +157,8 @@ DeviceRoot::DeviceRoot(const Installation& installation, const std::string& kept
 
     for (const char* directory : kDirectories)
         MakeDirectory(directory);
+    for (const char* file : kCollectorFiles)
+        MakeDirectory(fs::path(file).parent_path().string());
     for (const auto& link : kUsrLinks)
         fs::create_directory_symlink(link[1], Path(link[0]));
     fs::permissions(Path("/tmp"), fs::perms::all | fs::perms::sticky_bit);
@@ -166,10 +169,10 @@ DeviceRoot::DeviceRoot(const Installation& installation, const std::string& kept
     // The kernel log and the console are plain files here, so that callers can
     // read what the collector and its children wrote to them.
     WriteFile("/dev/kmsg", "");
-    WriteFile("/dev/console", "");
+    WriteFile(paths::kConsole, "");
     WriteFile(kCollector, "", 0755);
     BindHostFile("/dev/null", "/dev/null");
-    BindHostFile("/dev/urandom", "/dev/urandom");
+    BindHostFile(paths::kRandom, paths::kRandom);
 }
 
 DeviceRoot::~DeviceRoot()
@@ -267,7 +270,7 @@ void DeviceRoot::SetResetCauses(uint32_t causes) const
 {
     const char cell[4] = {static_cast<char>(causes >> 24), static_cast<char>(causes >> 16),
                           static_cast<char>(causes >> 8), static_cast<char>(causes)};
-    WriteFile("/proc/device-tree/lumora/bootloader/imx-reset-cause", std::string_view(cell, sizeof cell));
+    WriteFile(std::string("/proc/device-tree/") + paths::kResetCauses, std::string_view(cell, sizeof cell));
 }
 
 void DeviceRoot::KillRemainingProcesses() const
@@ -297,7 +300,8 @@ void DeviceRoot::KillRemainingProcesses() const
     }
 }
 
-DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) const
+DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv,
+                                      const std::vector<std::string>& tracer) const
 {
     // Each run keeps its own output files, so runs may overlap.
     const std::string run = std::to_string(++m_runs);
@@ -306,13 +310,17 @@ DeviceRoot::Process DeviceRoot::Start(const std::vector<std::string>& argv) cons
 
     const bool checked = argv.front() == kCollector && m_valgrind;
     const std::string tool_log = checked ? "/tmp/valgrind." + run + ".log" : "";
-    const std::vector<std::string> command = checked ? UnderValgrind(argv, tool_log) : argv;
+    std::vector<std::string> command = checked ? UnderValgrind(argv, tool_log) : argv;
+    if (!tracer.empty()) {
+        command.insert(command.begin(), {"/usr/sbin/chroot", m_root});
+        command.insert(command.begin(), tracer.begin(), tracer.end());
+    }
 
     pid_t pid = fork();
     if (pid < 0)
         throw std::system_error(errno, std::generic_category(), "fork");
     if (pid == 0)
-        EnterAndExec(command, output_directory);
+        EnterAndExec(command, tracer.empty(), output_directory);
     return Process(pid, output_directory, checked ? Path(tool_log) : "", m_print_findings);
 }
 
@@ -325,7 +333,8 @@ void DeviceRoot::MountDevice() const
     BindOwnProcEntries(m_root);
 }
 
-void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const
+void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, bool chroot,
+                              const std::string& output_directory) const
 {
     int null_fd = open("/dev/null", O_RDONLY);
     int out_fd = open((output_directory + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -341,7 +350,7 @@ void DeviceRoot::EnterAndExec(const std::vector<std::string>& argv, const std::s
         Die("make mounts private");
     MountDevice();
 
-    if (chroot(m_root.c_str()) != 0 || chdir("/") != 0)
+    if ((chroot && ::chroot(m_root.c_str()) != 0) || chdir(chroot ? "/" : m_root.c_str()) != 0)
         Die("chroot");
 
     dup2(null_fd, 0);

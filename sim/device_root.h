@@ -102,7 +102,11 @@ public:
 
     // Starts a program inside the device; by default the collector, which is
     // bound to "/crash-dump" there. argv[0] is a path inside the device.
-    Process Start(const std::vector<std::string>& argv = {kCollector}) const;
+    // A tracer (a host command line, to which the chroot command and argv are
+    // appended) runs in the device's mount namespace but outside its root, so
+    // that it sees the host's /proc and the device root under its host path.
+    Process Start(const std::vector<std::string>& argv = {kCollector},
+                  const std::vector<std::string>& tracer = {}) const;
     RunResult Run(const std::vector<std::string>& argv = {kCollector}) const { return Start(argv).Wait(); }
 
     static constexpr const char* kCollector = "/crash-dump";
@@ -134,7 +138,8 @@ private:
 
     // Binds a host file or device over a path inside the device for each run.
     void BindHostFile(std::string_view host_path, std::string_view inside);
-    [[noreturn]] void EnterAndExec(const std::vector<std::string>& argv, const std::string& output_directory) const;
+    [[noreturn]] void EnterAndExec(const std::vector<std::string>& argv, bool chroot,
+                                   const std::string& output_directory) const;
     void MountDevice() const;
 
     std::string m_base;    // the runs' own files, removed with this object

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "app/paths.h"
 #include "power_cut_checker.h"
 #include "power_cut_model.h"
 #include "power_cut_trace.h"
@@ -19,7 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Inside the device, beside the staging area: volatile, and not traced.
+// Inside the device, away from the collector's paths; strace writes it from
+// outside the chroot, and does not trace itself.
 constexpr const char* kTraceLog = "/var/run/power-cuts.strace";
 
 std::vector<PreexistingFile> FilesIn(const DeviceRoot& device, std::string_view directory)
@@ -47,15 +49,18 @@ bool EndsWithCollectorExit(const std::string& log)
     return pid == collector && event == "+++";
 }
 
-// strace runs detached (-D), as the collector's grandchild: the collector
-// keeps the started process's id, and with it the /proc entries the sandbox
-// binds for its runtime checkers. Nobody waits for the tracer, so the log is
-// complete once it records the collector's exit.
+// Every call is traced, so that none that changes the output directory goes
+// unseen. strace runs outside the chroot, where /proc is the host's, so that
+// -y can name every descriptor's file. It runs detached (-D), as the
+// collector's grandchild: the collector keeps the started process's id, and
+// with it the /proc entries the sandbox binds for its runtime checkers. Nobody
+// waits for the tracer, so the log is complete once it records the
+// collector's exit.
 std::string RecordRun(const DeviceRoot& device, int& exit_status)
 {
-    const RunResult run = device.Run({"/usr/bin/strace", "-D", "-f", "-q", "-e", "signal=none", "-e",
-                                               "trace=" + TracedSyscalls(), "-o", kTraceLog,
-                                               DeviceRoot::kCollector});
+    const std::vector<std::string> strace = {"/usr/bin/strace", "-D", "-f", "-q", "-y", "-e", "signal=none",
+                                             "-o", device.Path(kTraceLog)};
+    const RunResult run = device.Start({DeviceRoot::kCollector}, strace).Wait();
     exit_status = run.exit_status;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -76,8 +81,7 @@ void Print(const PowerCutReport& report, std::ostream& out)
     for (const Violation& violation : report.violations)
         out << "cut " << violation.cut_point << " after " << violation.operation << ": " << violation.example
             << "\n";
-    out << report.cut_points << " cut points, " << report.states << " states examined, "
-        << report.violations.size() << " violations\n";
+    out << report.cut_points << " cut points, " << report.violations.size() << " violations\n";
     out << "hand-off durable at exit: ";
     if (!report.handed_off) {
         out << "nothing handed off\n";
@@ -100,11 +104,13 @@ void Print(const PowerCutReport& report, std::ostream& out)
 
 int RunPowerCutAnalysis(DeviceRoot& device, std::ostream& out)
 {
-    const std::vector<PreexistingFile> before = FilesIn(device, kCollectorDump.directory);
+    const std::vector<PreexistingFile> before = FilesIn(device, paths::kOutputDirectory);
     int exit_status = -1;
     const std::string log = RecordRun(device, exit_status);
-    const PowerCutReport report = CheckPowerCuts(ResolveFileOperations(ParseStraceLog(log)), before, kCollectorDump);
-    out << "Power cuts while crash-dump wrote " << kCollectorDump.directory << " (" << before.size()
+    const std::string root = fs::canonical(device.Path("/")).string();
+    const PowerCutReport report
+        = CheckPowerCuts(ResolveFileOperations(ParseStraceLog(log), root, paths::kOutputDirectory), before);
+    out << "Power cuts while crash-dump wrote " << paths::kOutputDirectory << " (" << before.size()
         << " files there before, exit status " << exit_status << "):\n";
     Print(report, out);
     return report.Clean() ? 0 : 1;

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "device_root.h"
+#include "power_cut_trace.h"
 
 namespace sim {
 
@@ -17,12 +18,14 @@ namespace sim {
 // (sim/README.md, "Power cuts"), and writes to `out`:
 // - one line per cut point at which some state has the ready marker beside an
 //   archive and an info file that are not one complete dump, with an example;
-// - one line "N cut points, S states examined, V violations";
+// - one line "N cut points, V violations";
 // - whether the marker, the archive and the info file are all durable when
 //   the collector exits.
 // Returns 0 when nothing was found and the hand-off is durable, 1 otherwise.
-// The device keeps what the run left. Throws std::runtime_error when no trace
-// could be taken (strace missing, not allowed to trace).
+// The device keeps what the run left. Throws UnmodelledCall, naming the call,
+// the process and the file, when a traced process changed the output
+// directory in a way the storage model has no rule for; std::runtime_error
+// when no trace could be taken (strace missing, not allowed to trace).
 int RunPowerCutAnalysis(DeviceRoot& device, std::ostream& out);
 
 } // namespace sim

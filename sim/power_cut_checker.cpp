@@ -4,6 +4,8 @@
 #include <optional>
 #include <utility>
 
+#include "app/paths.h"
+
 namespace sim {
 
 namespace {
@@ -56,14 +58,8 @@ bool Good(Completeness archive, Completeness info)
 
 class Checker {
 public:
-    Checker(const std::vector<FileOperation>& operations, const std::vector<PreexistingFile>& before,
-            const DumpFiles& dump)
-        : m_operations(operations),
-          m_before(before),
-          m_directory(dump.directory),
-          m_marker(Path(dump.marker)),
-          m_roles{NamedRole(dump.archive), NamedRole(dump.info)},
-          m_marker_name(dump.marker)
+    Checker(const std::vector<FileOperation>& operations, const std::vector<PreexistingFile>& before)
+        : m_operations(operations), m_before(before), m_roles{NamedRole(paths::kArchive), NamedRole(paths::kInfoFile)}
     {
         const StorageModel initial(before);
         StorageModel after(before);
@@ -87,7 +83,6 @@ public:
                 continue;
             report.handed_off |= op.kind != Kind::Sync && op.kind != Kind::Fsync;
             ++report.cut_points;
-            report.states += CountStates(model);
             if (std::optional<std::string> example = BadState(model))
                 report.violations.push_back({report.cut_points, Describe(op), std::move(*example)});
         }
@@ -97,9 +92,10 @@ public:
     }
 
 private:
-    std::string Path(std::string_view name) const { return m_directory + "/" + std::string(name); }
-
-    Role NamedRole(std::string_view name) const { return {std::string(name), Path(name), std::nullopt, std::nullopt}; }
+    static Role NamedRole(const std::string& path)
+    {
+        return {path.substr(path.rfind('/') + 1), path, std::nullopt, std::nullopt};
+    }
 
     bool InDirectory(const std::string& path) const { return ParentDirectory(path) == m_directory; }
 
@@ -131,43 +127,10 @@ private:
         case Kind::Fsync:
             return op.path == m_directory || Listed(model, model.FileOf(op));
         case Kind::Write:
+        case Kind::Truncate:
             return Listed(model, model.FileOf(op));
         }
         return false;
-    }
-
-    // Every combination of a binding per name of the directory and a version
-    // per file so bound; a file bound by two names has one version for both.
-    static uint64_t CountStates(const StorageModel& model, const std::vector<std::vector<Binding>>& choices,
-                                size_t name, std::vector<InodeId>& bound)
-    {
-        if (name == choices.size()) {
-            std::vector<InodeId> files = bound;
-            std::sort(files.begin(), files.end());
-            files.erase(std::unique(files.begin(), files.end()), files.end());
-            uint64_t states = 1;
-            for (InodeId file : files)
-                states *= model.File(file).Last() - model.File(file).durable + 1;
-            return states;
-        }
-        uint64_t states = 0;
-        for (const Binding& choice : choices[name]) {
-            if (choice)
-                bound.push_back(*choice);
-            states += CountStates(model, choices, name + 1, bound);
-            if (choice)
-                bound.pop_back();
-        }
-        return states;
-    }
-
-    uint64_t CountStates(const StorageModel& model) const
-    {
-        std::vector<std::vector<Binding>> choices;
-        for (const std::string& name : model.NamesIn(m_directory))
-            choices.push_back(Choices(model.History(name)));
-        std::vector<InodeId> bound;
-        return CountStates(model, choices, 0, bound);
     }
 
     Completeness Classify(const Role& role, Binding file, size_t version) const
@@ -260,7 +223,7 @@ private:
             return "as it was before the run";
         if (content.written == 0)
             return "empty";
-        return "cut short at " + std::to_string(content.written) + " bytes";
+        return "of " + std::to_string(content.written) + " bytes, not this run's last";
     }
 
     static std::string Describe(const FileOperation& op)
@@ -298,18 +261,17 @@ private:
 
     const std::vector<FileOperation>& m_operations;
     const std::vector<PreexistingFile>& m_before;
-    std::string m_directory;
-    std::string m_marker;
+    const std::string m_directory = paths::kOutputDirectory;
+    const std::string m_marker = paths::kReadyMarker;
+    const std::string m_marker_name = NamedRole(m_marker).name;
     Role m_roles[2];   // the archive, the info file
-    std::string m_marker_name;
 };
 
 } // namespace
 
-PowerCutReport CheckPowerCuts(const std::vector<FileOperation>& operations,
-                              const std::vector<PreexistingFile>& before, const DumpFiles& dump)
+PowerCutReport CheckPowerCuts(const std::vector<FileOperation>& operations, const std::vector<PreexistingFile>& before)
 {
-    return Checker(operations, before, dump).Check();
+    return Checker(operations, before).Check();
 }
 
 } // namespace sim

@@ -1,27 +1,13 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "power_cut_model.h"
 #include "power_cut_trace.h"
 
 namespace sim {
-
-// A dump that is handed off by a marker: whoever sees the marker takes the
-// archive and the info file beside it as one complete dump.
-struct DumpFiles {
-    std::string_view directory;
-    std::string_view archive;
-    std::string_view info;
-    std::string_view marker;
-};
-
-constexpr DumpFiles kCollectorDump = {
-    "/var/lib/lumora/crash-dump", "crash-dump.tar.bz2", "crash-dump.info", "crash-dump.ready"};
 
 // A cut point at which storage may hold the marker beside an archive and an
 // info file that are not both the complete ones of one run.
@@ -33,7 +19,6 @@ struct Violation {
 
 struct PowerCutReport {
     size_t cut_points = 0;     // operations that changed the dump directory or made anything durable
-    uint64_t states = 0;       // storage states of the directory, summed over the cut points
     std::vector<Violation> violations;
     bool handed_off = false;   // the run changed the directory at all
     // Why the marker, the final archive and the final info file are not all
@@ -43,11 +28,12 @@ struct PowerCutReport {
     bool Clean() const { return violations.empty() && not_durable_at_exit.empty(); }
 };
 
-// Replays the operations, and after each one that concerns the dump
-// directory, looks at every state storage may hold if power failed there.
-// "Complete" is the content a file had before the run (the earlier dump's)
-// or the last content this run gave it.
+// Replays the operations, and after each one that concerns the collector's
+// output directory, looks at every state storage may hold if power failed
+// there. Whoever sees the ready marker takes the archive and the info file
+// beside it as one complete dump: the content each had before the run (the
+// earlier dump's) or the last content this run gave it.
 PowerCutReport CheckPowerCuts(const std::vector<FileOperation>& operations,
-                              const std::vector<PreexistingFile>& before, const DumpFiles& dump);
+                              const std::vector<PreexistingFile>& before);
 
 } // namespace sim

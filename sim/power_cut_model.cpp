@@ -24,12 +24,17 @@ void StorageModel::Apply(const FileOperation& op)
     case Kind::Open:
         Open(op);
         break;
-    case Kind::Write:
-        Write(op);
+    case Kind::Write: {
+        Inode& file = m_inodes[Existing(op)];
+        file.versions.push_back({file.versions.back().written + op.length, false});
+        break;
+    }
+    case Kind::Truncate:
+        Resize(Existing(op), op.length);
         break;
     case Kind::Rename:
     case Kind::Link: {
-        const InodeId file = Existing(op.path);
+        const InodeId file = Existing(op);
         if (op.kind == Kind::Rename && op.path != op.target)
             Bind(op.path, std::nullopt);
         Bind(op.target, file);
@@ -66,9 +71,10 @@ std::vector<std::string> StorageModel::NamesIn(std::string_view directory) const
 
 std::optional<InodeId> StorageModel::FileOf(const FileOperation& op) const
 {
-    if (op.description != 0)
-        return m_descriptions.at(op.description).file;
-    return History(op.path).back();
+    if (!op.unlinked)
+        return History(op.path).back();
+    const auto it = m_unbound.find(op.path);
+    return it == m_unbound.end() ? std::nullopt : Binding(it->second);
 }
 
 InodeId StorageModel::NewFile(ContentVersion first)
@@ -80,45 +86,40 @@ InodeId StorageModel::NewFile(ContentVersion first)
 void StorageModel::Bind(const std::string& path, Binding file)
 {
     NameHistory& history = m_names.try_emplace(path, NameHistory{std::nullopt}).first->second;
-    if (history.back() != file)
-        history.push_back(file);
+    if (history.back() == file)
+        return;
+    if (history.back())
+        m_unbound[path] = *history.back();
+    history.push_back(file);
 }
 
 void StorageModel::Open(const FileOperation& op)
 {
-    Binding file = History(op.path).back();
-    if (!file && op.create) {
-        file = NewFile({});
-        Bind(op.path, file);
-    } else if (!file && m_names.count(op.path) == 0) {
-        file = Existing(op.path);
-    } else if (file && op.truncate && m_inodes[*file].versions.back().written > 0) {
-        m_inodes[*file].versions.push_back({});
-    }
-    m_descriptions[op.description] = {op.path, file, op.synchronous};
+    if (!History(op.path).back() && op.create)
+        Bind(op.path, NewFile({}));
+    else if (op.truncate)
+        Resize(Existing(op), 0);
 }
 
-void StorageModel::Write(const FileOperation& op)
+void StorageModel::Resize(InodeId id, uint64_t size)
 {
-    const Binding target = m_descriptions.at(op.description).file;
-    if (!target)
-        throw std::logic_error("a write through a descriptor of " + op.path + ", which names no file");
-    Inode& file = m_inodes[*target];
-    file.versions.push_back({file.versions.back().written + op.bytes, false});
-    if (m_descriptions.at(op.description).synchronous)
-        file.durable = file.Last();
+    Inode& file = m_inodes[id];
+    if (file.versions.back().written != size)
+        file.versions.push_back({size, false});
 }
 
-// The file a path names now; a path the model has not seen names a file from
-// before the run (outside the listed directory: a log, a device).
-InodeId StorageModel::Existing(const std::string& path)
+// The file an operation acts on; a path the model has not seen names a file
+// from before the run (outside the listed directory: a log, a device).
+InodeId StorageModel::Existing(const FileOperation& op)
 {
-    Binding file = History(path).back();
-    if (!file) {
-        file = NewFile({0, true});
-        m_names[path] = {file};
-    }
-    return *file;
+    if (const Binding file = FileOf(op))
+        return *file;
+    if (!op.unlinked && m_names.count(op.path) != 0)
+        throw std::logic_error(op.syscall + " of " + op.path + ", which names no file");
+    const InodeId file = NewFile({0, true});
+    if (!op.unlinked)
+        m_names[op.path] = {file};
+    return file;
 }
 
 void StorageModel::Fsync(const FileOperation& op)

@@ -16,13 +16,15 @@ using InodeId = size_t;
 
 // One state of a file's content.
 struct ContentVersion {
-    uint64_t written = 0;   // bytes written since the file was last emptied (for an earlier one: its size)
+    uint64_t written = 0;   // its size, as writes and truncations left it (for an earlier one: its size then)
     bool earlier = false;   // the content the file had before the run
 };
 
-// A file's content since the run began: each write, and each truncation of
-// content by an open, adds a version. Storage may hold any version from the oldest one that an fsync,
-// a sync or a synchronous write made durable, to the newest.
+// A file's content since the run began: each write, and each change of size
+// by a truncation, adds a version. Storage may hold any version from the
+// oldest one that an fsync or a sync made durable, to the newest. (A write
+// through an O_SYNC descriptor gets no such credit: the trace does not show a
+// descriptor's flags where it is written to.)
 struct Inode {
     std::vector<ContentVersion> versions;
     size_t durable = 0;
@@ -57,28 +59,23 @@ public:
     // Every path in the directory that the listing or the trace named.
     std::vector<std::string> NamesIn(std::string_view directory) const;
     const Inode& File(InodeId id) const { return m_inodes[id]; }
-    // The file an operation acts on (its description's, or its path's), if any.
+    // The file an operation acts on: the one its path names, or for a
+    // descriptor whose file lost that name, the file the name last had.
     std::optional<InodeId> FileOf(const FileOperation& op) const;
 
 private:
-    struct Description {
-        std::string path;
-        Binding file;
-        bool synchronous = false;
-    };
-
     InodeId NewFile(ContentVersion first);
     void Bind(const std::string& path, Binding file);
     void Open(const FileOperation& op);
-    void Write(const FileOperation& op);
-    InodeId Existing(const std::string& path);
+    void Resize(InodeId file, uint64_t size);
+    InodeId Existing(const FileOperation& op);
     void Fsync(const FileOperation& op);
     void Sync();
     void ForgetHistory(const std::string& path);
 
     std::vector<Inode> m_inodes;
     std::map<std::string, NameHistory> m_names;
-    std::map<unsigned, Description> m_descriptions;
+    std::map<std::string, InodeId> m_unbound;   // the file each name had before it was removed or replaced
 };
 
 // "/a/b/c" -> "/a/b".

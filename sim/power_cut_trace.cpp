@@ -1,8 +1,8 @@
 #include "power_cut_trace.h"
 
 #include <map>
-#include <memory>
-#include <stdexcept>
+#include <optional>
+#include <set>
 #include <utility>
 
 namespace sim {
@@ -11,19 +11,23 @@ namespace {
 
 using Kind = FileOperation::Kind;
 
-struct Descriptor {
-    unsigned description = 0;
-    bool close_on_exec = false;
+// Calls that change no file's content and no name, whatever they are given.
+// The ones that start or name processes are followed for the paths and the
+// messages.
+const std::set<std::string, std::less<>> kHarmless = {
+    "access", "faccessat", "faccessat2", "stat", "lstat", "fstat", "newfstatat", "statx", "statfs", "fstatfs",
+    "readlink", "readlinkat", "getdents64", "getxattr", "lgetxattr", "fgetxattr", "listxattr", "flistxattr",
+    "read", "readv", "pread64", "preadv", "preadv2", "lseek", "fadvise64", "flock", "sync_file_range", "close",
+    "close_range", "dup", "dup2", "dup3", "fcntl", "poll", "ppoll", "select", "pselect6", "getcwd", "chdir",
+    "fchdir", "chroot", "execve", "clone", "clone3", "fork", "vfork",
 };
 
-using DescriptorTable = std::map<int, Descriptor>;
-
-// A process's view: descriptor table and working directory, each shared with
-// the processes it was cloned with CLONE_FILES or CLONE_FS.
-struct Process {
-    std::shared_ptr<DescriptorTable> descriptors = std::make_shared<DescriptorTable>();
-    std::shared_ptr<std::string> directory = std::make_shared<std::string>("/");
-    std::string program = "?";
+// The calls older than the *at family that take paths relative to the working
+// directory; every later one takes a directory descriptor with its path, and
+// a string of any other call is data unless it is absolute.
+const std::set<std::string, std::less<>> kRelativePaths = {
+    "mkdir", "rmdir", "mknod", "symlink", "chmod", "chown", "lchown", "utime", "utimes", "setxattr",
+    "lsetxattr", "removexattr", "lremovexattr", "umount2", "swapon", "acct", "pivot_root",
 };
 
 bool HasFlag(std::string_view flags, std::string_view flag)
@@ -58,255 +62,237 @@ std::string Normalize(std::string_view path)
     return normal.empty() ? "/" : normal;
 }
 
-int Number(const std::string& argument)
-{
-    return static_cast<int>(std::stol(argument, nullptr, 0));
-}
+struct Process {
+    std::string program = "?";
+    std::string directory = "/";   // the working directory, inside the device
+};
 
-// The flags of clone ("flags=CLONE_VM|...") and clone3 ("{flags=..., ...}").
-std::string CloneFlags(const Syscall& call)
-{
-    for (const std::string& arg : call.args) {
-        const size_t at = arg.find("flags=");
-        if (at != std::string::npos)
-            return arg.substr(at + 6, arg.find_first_of(",}", at) - at - 6);
-    }
-    return "";
-}
+using Path = std::optional<std::string>;   // inside the device; none for a file outside it
 
 class Resolver {
 public:
+    Resolver(std::string_view root, std::string_view directory) : m_root(root), m_directory(directory) {}
+
     std::vector<FileOperation> Resolve(const std::vector<Syscall>& calls)
     {
         for (const Syscall& call : calls) {
             if (call.result < 0)
                 continue;
+            Process& process = m_processes[call.pid];
+            Follow(call, process);
             const auto handler = kHandlers.find(call.name);
             if (handler != kHandlers.end())
-                (this->*handler->second)(call, m_processes[call.pid]);
+                (this->*handler->second)(call, process);
+            else if (kHarmless.count(call.name) == 0)
+                Unknown(call, process);
         }
         return std::move(m_operations);
     }
 
-    using Handler = void (Resolver::*)(const Syscall&, Process&);
+    using Handler = void (Resolver::*)(const Syscall&, const Process&);
     static const std::map<std::string, Handler, std::less<>> kHandlers;
 
 private:
+    // Processes inherit their program and working directory; -y shows the
+    // working directory with every AT_FDCWD.
+    void Follow(const Syscall& call, Process& process)
+    {
+        for (const std::string& arg : call.args) {
+            if (arg.rfind("AT_FDCWD<", 0) == 0)
+                process.directory = Device(*DescriptorPath(arg)).value_or("/");
+        }
+        if (call.name == "clone" || call.name == "clone3" || call.name == "fork" || call.name == "vfork")
+            m_processes[static_cast<pid_t>(call.result)] = process;
+        else if (call.name == "execve") {
+            const std::string program = Unquote(call.args.at(0));
+            process.program = program.substr(program.rfind('/') + 1);
+        } else if (call.name == "chdir" || call.name == "fchdir") {
+            process.directory = (call.name == "chdir" ? Named(call, process, 0) : File(call, 0)).value_or("/");
+        }
+    }
 
-    void Open(const Syscall& call, Process& process)
+    void Open(const Syscall& call, const Process& process)
     {
         const bool at = call.name == "openat";
-        const bool creat = call.name == "creat";
-        const std::string flags = creat ? "O_WRONLY|O_CREAT|O_TRUNC" : call.args.at(at ? 2 : 1);
-        FileOperation op = Operation(call, Kind::Open, Path(process, at ? call.args[0] : "AT_FDCWD", call.args[at]));
-        m_description_paths.push_back(op.path);
-        op.description = static_cast<unsigned>(m_description_paths.size());
+        const std::string flags = call.name == "creat" ? "O_CREAT|O_TRUNC" : call.args.at(at ? 2 : 1);
+        const Path path = Named(call, process, at);
+        if (path && HasFlag(flags, "O_TMPFILE"))
+            Refuse(call, process, *path);
+        if (!path || !(HasFlag(flags, "O_CREAT") || HasFlag(flags, "O_TRUNC")))
+            return;
+        FileOperation& op = Add(call, process, Kind::Open, *path);
         op.create = HasFlag(flags, "O_CREAT");
         op.truncate = HasFlag(flags, "O_TRUNC");
-        op.synchronous = HasFlag(flags, "O_SYNC") || HasFlag(flags, "O_DSYNC");
-        (*process.descriptors)[static_cast<int>(call.result)] = {op.description, HasFlag(flags, "O_CLOEXEC")};
-        m_operations.push_back(std::move(op));
-    }
-
-    void Close(const Syscall& call, Process& process)
-    {
-        process.descriptors->erase(Number(call.args.at(0)));
-    }
-
-    void CloseRange(const Syscall& call, Process& process)
-    {
-        const std::string& flags = call.args.at(2);
-        if (HasFlag(flags, "CLOSE_RANGE_UNSHARE"))
-            process.descriptors = std::make_shared<DescriptorTable>(*process.descriptors);
-        DescriptorTable& table = *process.descriptors;
-        const long long last = std::stoll(call.args[1], nullptr, 0);
-        for (auto it = table.lower_bound(Number(call.args[0])); it != table.end() && it->first <= last;) {
-            if (HasFlag(flags, "CLOSE_RANGE_CLOEXEC"))
-                (it++)->second.close_on_exec = true;
-            else
-                it = table.erase(it);
-        }
-    }
-
-    void Duplicate(const Syscall& call, Process& process)
-    {
-        const bool fcntl = call.name == "fcntl";
-        bool close_on_exec = call.name == "dup3" && HasFlag(call.args.at(2), "O_CLOEXEC");
-        if (fcntl) {
-            const std::string& command = call.args.at(1);
-            if (command == "F_SETFD") {
-                SetCloseOnExec(process, Number(call.args.at(0)), HasFlag(call.args.at(2), "FD_CLOEXEC"));
-                return;
-            }
-            if (command != "F_DUPFD" && command != "F_DUPFD_CLOEXEC")
-                return;
-            close_on_exec = command == "F_DUPFD_CLOEXEC";
-        }
-        DescriptorTable& table = *process.descriptors;
-        const int old_fd = Number(call.args.at(0));
-        const int new_fd = static_cast<int>(call.result);
-        const auto old = table.find(old_fd);
-        if (old == table.end())
-            table.erase(new_fd);
-        else if (old_fd != new_fd)
-            table[new_fd] = {old->second.description, close_on_exec};
-    }
-
-    static void SetCloseOnExec(Process& process, int fd, bool close_on_exec)
-    {
-        const auto it = process.descriptors->find(fd);
-        if (it != process.descriptors->end())
-            it->second.close_on_exec = close_on_exec;
     }
 
     // write(fd, ...), sendfile(out, ...), copy_file_range(in, off, out, ...),
     // splice(in, off, out, ...): the descriptor written to.
-    void Write(const Syscall& call, Process& process)
+    void Write(const Syscall& call, const Process& process)
     {
         const bool third = call.name == "copy_file_range" || call.name == "splice";
         if (call.result > 0)
-            DescriptorOperation(call, process, Kind::Write, call.args.at(third ? 2 : 0), call.result);
+            ThroughDescriptor(call, process, Kind::Write, third ? 2 : 0, static_cast<uint64_t>(call.result));
     }
 
-    void Fsync(const Syscall& call, Process& process)
+    void Truncate(const Syscall& call, const Process& process)
     {
-        DescriptorOperation(call, process, Kind::Fsync, call.args.at(0), 0);
+        const auto length = static_cast<uint64_t>(std::stoll(call.args.at(1), nullptr, 0));
+        if (call.name == "ftruncate")
+            ThroughDescriptor(call, process, Kind::Truncate, 0, length);
+        else if (const Path path = Named(call, process, 0))
+            Add(call, process, Kind::Truncate, *path).length = length;
     }
 
-    void Sync(const Syscall& call, Process&)
-    {
-        m_operations.push_back(Operation(call, Kind::Sync, ""));
-    }
+    void Fsync(const Syscall& call, const Process& process) { ThroughDescriptor(call, process, Kind::Fsync, 0, 0); }
+
+    void Sync(const Syscall& call, const Process& process) { Add(call, process, Kind::Sync, ""); }
 
     // rename(a, b), renameat(d, a, d, b) and renameat2, link and linkat.
-    void Rebind(const Syscall& call, Process& process)
+    void Rebind(const Syscall& call, const Process& process)
     {
-        const bool at = call.name == "renameat" || call.name == "renameat2" || call.name == "linkat";
-        const Kind kind = call.name.rfind("rename", 0) == 0 ? Kind::Rename : Kind::Link;
-        FileOperation op = Operation(call, kind, Path(process, at ? call.args.at(0) : "AT_FDCWD", call.args.at(at)));
-        op.target = Path(process, at ? call.args.at(2) : "AT_FDCWD", call.args.at(at ? 3 : 1));
-        m_operations.push_back(std::move(op));
+        const bool at = call.name.find("at") != std::string::npos;
+        const Path path = Named(call, process, at), target = Named(call, process, at ? 3 : 1);
+        const std::string flags = call.args.size() > 4 ? call.args[4] : "";
+        // Swapping two names, a whiteout, a link to a descriptor's file (one
+        // made with O_TMPFILE), or the directory itself moving.
+        const bool unmodelled = HasFlag(flags, "RENAME_EXCHANGE") || HasFlag(flags, "RENAME_WHITEOUT")
+            || HasFlag(flags, "AT_EMPTY_PATH") || path == m_directory || target == m_directory;
+        for (const Path& name : {path, target}) {
+            if (name && unmodelled)
+                Refuse(call, process, *name);
+        }
+        if (path && target)
+            Add(call, process, call.name[0] == 'r' ? Kind::Rename : Kind::Link, *path).target = *target;
     }
 
-    void Unlink(const Syscall& call, Process& process)
+    void Unlink(const Syscall& call, const Process& process)
     {
         const bool at = call.name == "unlinkat";
-        if (at && HasFlag(call.args.at(2), "AT_REMOVEDIR"))
-            return;
-        m_operations.push_back(
-            Operation(call, Kind::Unlink, Path(process, at ? call.args.at(0) : "AT_FDCWD", call.args.at(at))));
+        const Path path = Named(call, process, at);
+        if (path && at && HasFlag(call.args.at(2), "AT_REMOVEDIR"))
+            Refuse(call, process, *path);
+        else if (path)
+            Add(call, process, Kind::Unlink, *path);
     }
 
-    void ChangeDirectory(const Syscall& call, Process& process)
+    // A shared mapping of a file changes it by stores the trace never sees.
+    void Map(const Syscall& call, const Process& process)
     {
-        *process.directory = call.name == "fchdir" ? DescriptionPath(process, Number(call.args.at(0)))
-                                                   : Path(process, "AT_FDCWD", call.args.at(0));
+        const Path file = File(call, 4);
+        if (file && !HasFlag(call.args.at(3), "MAP_PRIVATE"))
+            Refuse(call, process, *file);
     }
 
-    void Clone(const Syscall& call, Process& parent)
+    // Requests to these queues are not system calls of their own.
+    void Queue(const Syscall& call, const Process& process)
     {
-        const std::string flags = CloneFlags(call);
-        Process child = parent;
-        if (!HasFlag(flags, "CLONE_FILES"))
-            child.descriptors = std::make_shared<DescriptorTable>(*parent.descriptors);
-        if (!HasFlag(flags, "CLONE_FS"))
-            child.directory = std::make_shared<std::string>(*parent.directory);
-        m_processes[static_cast<pid_t>(call.result)] = std::move(child);
+        throw UnmodelledCall(
+            "not modelled: " + Label(call, process) + " " + call.name + ", whose requests the trace cannot see");
     }
 
-    void Execute(const Syscall& call, Process& process)
+    // Anything else: every descriptor and every path that it was given, the
+    // last first (a mount's target before its source).
+    void Unknown(const Syscall& call, const Process& process)
     {
-        const std::string program = Unquote(call.args.at(call.name == "execveat"));
-        process.program = program.substr(program.rfind('/') + 1);
-        auto table = std::make_shared<DescriptorTable>();
-        for (const auto& [fd, descriptor] : *process.descriptors) {
-            if (!descriptor.close_on_exec)
-                table->emplace(fd, descriptor);
+        for (size_t i = call.args.size(); i-- > 0;) {
+            if (const Path file = File(call, i))
+                Refuse(call, process, *file);
+            if (call.args[i].rfind('"', 0) != 0)
+                continue;
+            if (const Path path = Named(call, process, i, kRelativePaths.count(call.name) != 0))
+                Refuse(call, process, *path);
         }
-        process.descriptors = std::move(table);
     }
 
-    void DescriptorOperation(const Syscall& call, Process& process, Kind kind, const std::string& fd_text,
-                             long long bytes)
+    // Throws if the path is the dump directory or in it.
+    void Refuse(const Syscall& call, const Process& process, const std::string& path) const
     {
-        const auto it = process.descriptors->find(Number(fd_text));
-        if (it == process.descriptors->end())
-            return;
-        FileOperation op = Operation(call, kind, m_description_paths[it->second.description - 1]);
-        op.description = it->second.description;
-        op.bytes = static_cast<uint64_t>(bytes);
-        m_operations.push_back(std::move(op));
+        if (path == m_directory || path.rfind(m_directory + "/", 0) == 0)
+            throw UnmodelledCall("not modelled: " + Label(call, process) + " " + call.name + " " + path);
     }
 
-    std::string DescriptionPath(const Process& process, int fd) const
+    void ThroughDescriptor(const Syscall& call, const Process& process, Kind kind, size_t fd, uint64_t length)
     {
-        const auto it = process.descriptors->find(fd);
-        if (it == process.descriptors->end())
-            throw std::runtime_error("trace: a path relative to descriptor " + std::to_string(fd)
-                                     + ", which the trace never opened");
-        return m_description_paths[it->second.description - 1];
+        bool unlinked = false;
+        if (const Path file = File(call, fd, &unlinked)) {
+            FileOperation& op = Add(call, process, kind, *file);
+            op.unlinked = unlinked;
+            op.length = length;
+        }
     }
 
-    std::string Path(const Process& process, const std::string& directory_fd, const std::string& path_argument) const
+    // A host path as the tracer printed it, inside the device.
+    Path Device(const std::string& host) const
     {
-        const std::string path = Unquote(path_argument);
-        if (path.rfind('/', 0) == 0)
-            return Normalize(path);
-        const std::string base =
-            directory_fd == "AT_FDCWD" ? *process.directory : DescriptionPath(process, Number(directory_fd));
-        return Normalize(base + "/" + path);
+        if (host == m_root)
+            return "/";
+        if (host.rfind(m_root + "/", 0) != 0)
+            return std::nullopt;
+        return host.substr(m_root.size());
     }
 
-    FileOperation Operation(const Syscall& call, Kind kind, std::string path) const
+    // The file of the descriptor argument i; -y marks one that lost its name
+    // since it was opened ("3</d/f>(deleted)").
+    Path File(const Syscall& call, size_t i, bool* unlinked = nullptr) const
     {
-        FileOperation op;
+        const std::string& arg = call.args.at(i);
+        if (unlinked != nullptr)
+            *unlinked = arg.size() > 9 && arg.compare(arg.size() - 9, 9, "(deleted)") == 0;
+        const std::optional<std::string> host = DescriptorPath(arg);
+        return host ? Device(*host) : std::nullopt;
+    }
+
+    // Argument i, a path: absolute, relative to the directory descriptor
+    // before it, or else to the working directory (if the call takes one).
+    Path Named(const Syscall& call, const Process& process, size_t i, bool relative_to_cwd = true) const
+    {
+        const std::string path = Unquote(call.args.at(i));
+        const Path directory = path[0] == '/'           ? ""
+            : i > 0 && DescriptorPath(call.args[i - 1]) ? File(call, i - 1)
+            : relative_to_cwd                           ? process.directory
+                                                        : Path();
+        return directory ? Path(Normalize(*directory + "/" + path)) : std::nullopt;
+    }
+
+    static std::string Label(const Syscall& call, const Process& process)
+    {
+        return process.program + "[" + std::to_string(call.pid) + "]";
+    }
+
+    FileOperation& Add(const Syscall& call, const Process& process, Kind kind, std::string path)
+    {
+        FileOperation& op = m_operations.emplace_back();
         op.kind = kind;
-        op.process = m_processes.at(call.pid).program + "[" + std::to_string(call.pid) + "]";
+        op.process = Label(call, process);
         op.syscall = call.name;
         op.path = std::move(path);
         return op;
     }
 
+    std::string m_root;
+    std::string m_directory;
     std::map<pid_t, Process> m_processes;
-    std::vector<std::string> m_description_paths;
     std::vector<FileOperation> m_operations;
 };
 
 const std::map<std::string, Resolver::Handler, std::less<>> Resolver::kHandlers = {
-    {"open", &Resolver::Open},         {"openat", &Resolver::Open},
-    {"creat", &Resolver::Open},        {"close", &Resolver::Close},
-    {"close_range", &Resolver::CloseRange},
-    {"dup", &Resolver::Duplicate},     {"dup2", &Resolver::Duplicate},
-    {"dup3", &Resolver::Duplicate},    {"fcntl", &Resolver::Duplicate},
-    {"write", &Resolver::Write},       {"writev", &Resolver::Write},
-    {"pwrite64", &Resolver::Write},    {"pwritev", &Resolver::Write},
-    {"pwritev2", &Resolver::Write},    {"sendfile", &Resolver::Write},
-    {"copy_file_range", &Resolver::Write}, {"splice", &Resolver::Write},
-    {"fsync", &Resolver::Fsync},       {"fdatasync", &Resolver::Fsync},
-    {"sync", &Resolver::Sync},         {"syncfs", &Resolver::Sync},
-    {"rename", &Resolver::Rebind},     {"renameat", &Resolver::Rebind},
-    {"renameat2", &Resolver::Rebind},  {"link", &Resolver::Rebind},
-    {"linkat", &Resolver::Rebind},     {"unlink", &Resolver::Unlink},
-    {"unlinkat", &Resolver::Unlink},   {"chdir", &Resolver::ChangeDirectory},
-    {"fchdir", &Resolver::ChangeDirectory},
-    {"clone", &Resolver::Clone},       {"clone3", &Resolver::Clone},
-    {"fork", &Resolver::Clone},        {"vfork", &Resolver::Clone},
-    {"execve", &Resolver::Execute},    {"execveat", &Resolver::Execute},
+    {"open", &Resolver::Open}, {"openat", &Resolver::Open}, {"creat", &Resolver::Open},
+    {"write", &Resolver::Write}, {"writev", &Resolver::Write}, {"pwrite64", &Resolver::Write},
+    {"pwritev", &Resolver::Write}, {"pwritev2", &Resolver::Write}, {"sendfile", &Resolver::Write},
+    {"copy_file_range", &Resolver::Write}, {"splice", &Resolver::Write}, {"truncate", &Resolver::Truncate},
+    {"ftruncate", &Resolver::Truncate}, {"fsync", &Resolver::Fsync}, {"fdatasync", &Resolver::Fsync},
+    {"sync", &Resolver::Sync}, {"syncfs", &Resolver::Sync}, {"rename", &Resolver::Rebind},
+    {"renameat", &Resolver::Rebind}, {"renameat2", &Resolver::Rebind}, {"link", &Resolver::Rebind},
+    {"linkat", &Resolver::Rebind}, {"unlink", &Resolver::Unlink}, {"unlinkat", &Resolver::Unlink},
+    {"mmap", &Resolver::Map}, {"io_uring_setup", &Resolver::Queue}, {"io_setup", &Resolver::Queue},
 };
 
 } // namespace
 
-std::vector<FileOperation> ResolveFileOperations(const std::vector<Syscall>& calls)
+std::vector<FileOperation> ResolveFileOperations(
+    const std::vector<Syscall>& calls, std::string_view root, std::string_view directory)
 {
-    return Resolver().Resolve(calls);
-}
-
-std::string TracedSyscalls()
-{
-    std::string names;
-    for (const auto& handler : Resolver::kHandlers)
-        names += (names.empty() ? "" : ",") + handler.first;
-    return names;
+    return Resolver(root, directory).Resolve(calls);
 }
 
 } // namespace sim

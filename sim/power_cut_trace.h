@@ -1,47 +1,55 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "strace_log.h"
 
 namespace sim {
 
-// What a traced system call did to the file system, with the process's
-// descriptors and working directory resolved: absolute paths, and open file
-// descriptions numbered in the order they were opened (shared by dup, fork and
-// exec, as the kernel shares them).
+// What a traced system call did to the device's files, with paths inside the
+// device. A descriptor is known by the name its file had when the call was made
+// (strace -y), so writes through a descriptor that tar opened and bzip2
+// inherited land on the archive without following descriptors.
 struct FileOperation {
     enum class Kind {
-        Open,       // any successful open; flags below
-        Write,      // content written through a description
+        Open,       // an open with O_CREAT or O_TRUNC; flags below
+        Write,      // content written through a descriptor
+        Truncate,   // truncate or ftruncate to `length`
         Rename,     // path -> target
         Link,       // path -> target
         Unlink,
-        Fsync,      // fsync or fdatasync of a description, a file's or a directory's
+        Fsync,      // fsync or fdatasync of a file or a directory
         Sync,       // sync, or syncfs: the device has one file system for its data
     };
 
     Kind kind = Kind::Open;
     std::string process;     // "tar[4711]": the program the process runs, and its id
     std::string syscall;     // as traced: "creat", "pwrite64", "renameat2"
-    std::string path;        // absolute; for a description, the path it was opened by
+    std::string path;        // absolute, inside the device
     std::string target;      // Rename and Link: the new name
-    unsigned description = 0;  // from 1 on; 0 for an operation by path
+    bool unlinked = false;   // through a descriptor whose file lost the name `path` since it was opened
     bool create = false;     // Open: O_CREAT
     bool truncate = false;   // Open: O_TRUNC
-    bool synchronous = false; // Open: O_SYNC or O_DSYNC, each write reaches storage before it returns
-    uint64_t bytes = 0;      // Write: bytes written
+    uint64_t length = 0;     // Write: bytes written; Truncate: the new size
 };
 
-// Follows descriptors through open, dup, fcntl, close, fork and exec (which
-// closes the close-on-exec ones), and working directories through chdir, to
-// turn calls into file operations. Failed calls and calls on descriptors that
-// are not files (pipes, inherited ones) are left out.
-std::vector<FileOperation> ResolveFileOperations(const std::vector<Syscall>& calls);
+// A call that changes `directory` or a file in it in a way the storage model
+// has no rule for: the analysis cannot give a verdict.
+class UnmodelledCall : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
-// The system calls to trace for ResolveFileOperations ("strace -e trace=...").
-std::string TracedSyscalls();
+// Turns the calls of "strace -f -y", run outside the device's chroot, into
+// file operations: `root` is the device root as the tracer sees it. Every call
+// is looked at: one that cannot change a file or a name is dropped, one the
+// model knows becomes an operation, and any other that touches `directory`
+// throws UnmodelledCall. Failed calls change nothing.
+std::vector<FileOperation> ResolveFileOperations(const std::vector<Syscall>& calls, std::string_view root,
+                                                 std::string_view directory);
 
 } // namespace sim

@@ -1,6 +1,7 @@
 #include "strace_log.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <sstream>
@@ -28,6 +29,14 @@ std::string Trim(std::string_view text)
     return std::string(text.substr(first, text.find_last_not_of(' ') - first + 1));
 }
 
+// strace -y's path after a descriptor, "3</dir/f(1)>" or "AT_FDCWD</dir>", with
+// any '>' in it escaped; not a shift such as "1<<CAP_CHOWN".
+bool IsAnnotation(std::string_view text, size_t i)
+{
+    return text[i] == '<' && i > 0 && (std::isdigit(static_cast<unsigned char>(text[i - 1])) || text[i - 1] == 'D')
+        && i + 1 < text.size() && text[i + 1] != '<';
+}
+
 // Splits "a, {b, c}, \"d)\") = 3" into its top-level arguments; returns the
 // position of the closing parenthesis.
 size_t SplitArguments(std::string_view text, std::vector<std::string>& args)
@@ -44,6 +53,10 @@ size_t SplitArguments(std::string_view text, std::vector<std::string>& args)
                 quoted = false;
         } else if (c == '"') {
             quoted = true;
+        } else if (IsAnnotation(text, i)) {
+            i = text.find('>', i);
+            if (i == std::string_view::npos)
+                break;
         } else if (c == '(' || c == '[' || c == '{') {
             ++depth;
         } else if ((c == ']' || c == '}') || (c == ')' && depth > 0)) {
@@ -157,25 +170,12 @@ int OctalDigits(std::string_view text, size_t i, int& value)
     return digits;
 }
 
-} // namespace
-
-std::vector<Syscall> ParseStraceLog(std::string_view log)
+// The text from just after `open` up to the unescaped `close`, with strace's
+// escapes undone.
+std::string Unescape(std::string_view argument, size_t open, char close)
 {
-    LogParser parser;
-    std::istringstream lines{std::string(log)};
-    size_t index = 0;
-    for (std::string line; std::getline(lines, line); ++index)
-        parser.Line(line, index);
-    return parser.Ordered();
-}
-
-std::string Unquote(std::string_view argument)
-{
-    const size_t open = argument.find('"');
-    if (open == std::string_view::npos)
-        throw std::runtime_error("strace log: not a string: " + std::string(argument));
     std::string text;
-    for (size_t i = open + 1; i < argument.size() && argument[i] != '"'; ++i) {
+    for (size_t i = open + 1; i < argument.size() && argument[i] != close; ++i) {
         if (argument[i] != '\\' || i + 1 >= argument.size()) {
             text += argument[i];
             continue;
@@ -195,6 +195,34 @@ std::string Unquote(std::string_view argument)
         text += static_cast<char>(value);
     }
     return text;
+}
+
+} // namespace
+
+std::vector<Syscall> ParseStraceLog(std::string_view log)
+{
+    LogParser parser;
+    std::istringstream lines{std::string(log)};
+    size_t index = 0;
+    for (std::string line; std::getline(lines, line); ++index)
+        parser.Line(line, index);
+    return parser.Ordered();
+}
+
+std::string Unquote(std::string_view argument)
+{
+    const size_t open = argument.find('"');
+    if (open == std::string_view::npos)
+        throw std::runtime_error("strace log: not a string: " + std::string(argument));
+    return Unescape(argument, open, '"');
+}
+
+std::optional<std::string> DescriptorPath(std::string_view argument)
+{
+    const size_t open = argument.find('<');
+    if (argument.empty() || argument[0] == '"' || open == std::string_view::npos || !IsAnnotation(argument, open))
+        return std::nullopt;
+    return Unescape(argument, open, '>');
 }
 
 } // namespace sim

@@ -2,15 +2,15 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace sim {
 
-// One system call from the log of "strace -f" (without -y: the device's /proc
-// is synthetic, so strace cannot name descriptors there), with the
-// "<unfinished ...>" and "<... resumed>" halves joined.
+// One system call from the log of "strace -f -y", with the "<unfinished ...>"
+// and "<... resumed>" halves joined.
 struct Syscall {
     pid_t pid = 0;
     std::string name;                // "openat", "write", "vfork"
@@ -26,5 +26,9 @@ std::vector<Syscall> ParseStraceLog(std::string_view log);
 
 // The text of a quoted strace string argument, with its escapes undone.
 std::string Unquote(std::string_view argument);
+
+// The path that -y prints after a descriptor argument ("3</var/x>",
+// "AT_FDCWD</>"): the file it was open on, seen from the tracer's root.
+std::optional<std::string> DescriptorPath(std::string_view argument);
 
 } // namespace sim

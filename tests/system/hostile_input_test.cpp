@@ -73,7 +73,6 @@ const Row kRows[] = {
     {kPanicFlag, {kRandom, kLong}, kClean, 1, "Unrecognised panic flag"},
     {kTrigger, {kMissing}, kClean, 1, "Failed to determine trigger_dump state: " + NoEntry(kTrigger)},
     {kTrigger, {kEmpty, kHalf, kRandom}, kClean, 1, kNoDump, "trigger_dump"},
-    {kTrigger, {kDir}, kClean, 1, "Failed to determine trigger_dump state: " + IsDir(kTrigger)},
     // The number at the start of the line, the record's level, requests a dump.
     {kTrigger, {kLong}, kClean, 0, kDump},
     {kKernelLog, kAnyFile, kCore, 0, kDump},
@@ -98,14 +97,12 @@ const Row kRows[] = {
     {kImageName, {kDir}, kCore, 0, "Failed to read image name: " + IsDir(kImageName)},
     {kUbiCount, {kMissing}, kCore, 0, "Failed to read UBI list: " + NoEntry(kUbiCount)},
     {kUbiCount, {kEmpty, kRandom}, kCore, 0, kDump, "UBI"},
-    {kUbiCount, {kDir}, kCore, 0, "Failed to read UBI list: " + IsDir(kUbiCount)},
     // The record's level, 6, is taken for the count: three volumes are not there.
     {kUbiCount, {kLong}, kCore, 0, "Failed to read UBI name: " + NoEntry(kUbi + "ubi0_5/name")},
     // No device holds more than 128 volumes: the scan stops there.
     {kUbiCount, {kHugeCount}, kCore, 0, "Failed to read UBI name: " + NoEntry(kUbi + "ubi0_127/name"), "ubi0_128"},
     {kUbiName, {kMissing}, kCore, 0, "Failed to read UBI name: " + NoEntry(kUbiName)},
     {kUbiName, {kEmpty, kHalf, kRandom, kLong}, kCore, 0, kDump, "UBI"},
-    {kUbiName, {kDir}, kCore, 0, "Failed to read UBI name: " + IsDir(kUbiName)},
     {kWlanAddress, kAnyFile, kWlan, 0, kDump, "wlan0"},
     {"/dev/urandom", {kMissing}, kCore, 1, Caught(NoEntry("/dev/urandom"))},
     {"/dev/urandom", {kEmpty}, kCore, 1, Caught("Short read from /dev/urandom")},
