@@ -13,6 +13,8 @@ target=scripts/target
 . "$target/lib/common.sh"
 . "$target/tests/collector-cases.sh"
 . "$target/tests/capture-replay.sh"
+. "$target/lib/image.sh"
+. "$target/tests/systemd-cases.sh"
 
 started=$SECONDS
 # Logs, consoles and results stay for a look after a failure.
@@ -45,6 +47,10 @@ quiet() { # log command...
 echo "== target: set-up"
 quiet "$logs/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
 quiet "$logs/board.log" "$target/build-board.sh" || die "build-board.sh failed"
+# The device image's root takes minutes on a fresh machine (most of it
+# Debian's maintainer scripts under qemu-user): it is made beside the builds.
+quiet "$logs/image.log" "$target/build-image.sh" &
+image_build=$!
 
 echo "== target: static collector and flash images"
 quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
@@ -122,6 +128,16 @@ installs_into_device_image() {
 }
 check "cmake --install stages sbin, the systemd unit and tmpfiles.d" installs_into_device_image
 
+# The boots of the device image share its card, one after the other, beside
+# the collector's boots below.
+echo "== target: the device image boots systemd (in the background)"
+wait "$image_build" || die "build-image.sh failed"
+{
+    make_root_card "$work/card" >"$logs/root-card.log" 2>&1 || exit
+    for name in "${SYSTEMD_BOOTS[@]}"; do boot_systemd "$name"; done
+} &
+systemd_boots=$!
+
 echo "== target: collector runs on the emulated board"
 # Two boots at a time, the sweep's included: one per core. Generous limits:
 # a loaded host doubles the usual boot of a few seconds.
@@ -159,6 +175,12 @@ for name in "${COLLECTOR_CASES[@]}"; do
         echo "     the collector ran $(tagged "$logs/$name.results" elapsed_ms) ms in the guest"
 done
 check_capture_replay
+
+wait "$systemd_boots"
+for name in "${SYSTEMD_BOOTS[@]}"; do
+    check "systemd: $name" case_passes "$name"
+    [ -s "$logs/$name.results" ] && echo "     $(boot_summary "$name")"
+done
 
 wait "$sweep"
 check "board: power cuts while the collector runs" case_passes "$POWER_CUT_CASE"

@@ -16,15 +16,7 @@ centiseconds() { tr -d . </proc/uptime | cut -d' ' -f1; }
 
 prepare_case_root() {
     if [ -n "$NANDSIM" ]; then
-        board_nandsim $NANDSIM || fail "nandsim"
-        # The player's partitions may be read-only; the view over the whole
-        # chip is not. nandwrite steps over bad blocks, as the boot loader's
-        # writer does.
-        local view entry
-        view=$(board_mtd_device "$FLASH_VIEW") || fail "no partition $FLASH_VIEW"
-        for entry in $FLASH_IMAGES; do
-            nandwrite -q -p -s "${entry%%:*}" "$view" "/case/images/${entry#*:}" || fail "nandwrite $entry"
-        done
+        board_flash_case || fail "the case's flash"
         board_mtd_chroot "$root" || fail "flash in the test root"
     fi
 
