@@ -53,12 +53,11 @@ $4"
     echo "$5" >"$1/case/reset-cause"
 }
 
-# An ELF core header and a deterministic body that the host can check the
-# archived copy against: larger than one pipe's worth, small enough to keep the
-# initramfs quick to boot.
+# An ELF core header and a deterministic body of exactly that many bytes, that
+# the host can check the archived copy against.
 core_image() { # bytes
     [ "$1" -gt 0 ] || return 0
-    { printf '\177ELF\001\001\001\000'; seq 1 100000; } | head -c "$1"
+    { printf '\177ELF\001\001\001\000'; seq 1 "$1"; } | head -c "$1"
 }
 
 # The previous run's kernel log in /dev/kmsg's export format: the player
