@@ -56,6 +56,10 @@ add_library(crash_dump_dep_cap INTERFACE)
 target_link_libraries(crash_dump_dep_cap INTERFACE PkgConfig::CRASH_DUMP_LIBCAP)
 add_library(deps::cap ALIAS crash_dump_dep_cap)
 
+add_library(crash_dump_dep_zlib INTERFACE)
+target_link_libraries(crash_dump_dep_zlib INTERFACE ZLIB::ZLIB)
+add_library(deps::zlib ALIAS crash_dump_dep_zlib)
+
 if(CRASH_DUMP_TESTS)
   find_package(GTest CONFIG REQUIRED)
 endif()
