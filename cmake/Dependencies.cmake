@@ -1,10 +1,11 @@
-# Third-party libraries under one set of names for native and armhf builds,
-# dynamic or fully static (CRASH_DUMP_STATIC, armhf only):
+# Third-party libraries under one set of names for native and armhf builds:
+# shared, all but the C library linked in (CRASH_DUMP_SHARED_LIBC_ONLY), or
+# fully static (CRASH_DUMP_STATIC, armhf only):
 #
 #   deps::iostreams   Boost.Iostreams, plus the compression libraries its
-#                     static archive needs
+#                     static archive needs in a fully static link
 #   deps::filesystem  Boost.Filesystem (Boost.System comes along)
-#   deps::fmt         libfmt; header-only when static, Debian ships no libfmt.a
+#   deps::fmt         libfmt; header-only when linked in, Debian ships no libfmt.a
 #   deps::cap         libcap, through pkg-config
 #   deps::zlib        zlib
 include_guard(GLOBAL)
@@ -16,6 +17,14 @@ if(CRASH_DUMP_STATIC)
     message(FATAL_ERROR "CRASH_DUMP_STATIC is for the board: use cmake/toolchain-armhf.cmake")
   endif()
   set(Boost_USE_STATIC_LIBS ON)
+endif()
+# Each shared library costs every start of the collector, so every boot, its
+# loading and relocation; libstdc++'s relocations cost the most. The rules
+# file that the top-level CMakeLists.txt loads makes find_library() take
+# static archives.
+if(CRASH_DUMP_SHARED_LIBC_ONLY)
+  set(Boost_USE_STATIC_LIBS ON)
+  add_link_options(-static-libstdc++ -static-libgcc)
 endif()
 
 find_package(Boost 1.74 CONFIG REQUIRED COMPONENTS iostreams filesystem system)
@@ -43,7 +52,7 @@ target_link_libraries(crash_dump_dep_filesystem INTERFACE Boost::filesystem Boos
 add_library(deps::filesystem ALIAS crash_dump_dep_filesystem)
 
 add_library(crash_dump_dep_fmt INTERFACE)
-if(CRASH_DUMP_STATIC)
+if(CRASH_DUMP_STATIC OR CRASH_DUMP_SHARED_LIBC_ONLY)
   target_link_libraries(crash_dump_dep_fmt INTERFACE fmt::fmt-header-only)
 else()
   target_link_libraries(crash_dump_dep_fmt INTERFACE fmt::fmt)
@@ -60,6 +69,6 @@ add_library(crash_dump_dep_zlib INTERFACE)
 target_link_libraries(crash_dump_dep_zlib INTERFACE ZLIB::ZLIB)
 add_library(deps::zlib ALIAS crash_dump_dep_zlib)
 
-if(CRASH_DUMP_TESTS)
+if(BUILD_TESTING)
   find_package(GTest CONFIG REQUIRED)
 endif()
