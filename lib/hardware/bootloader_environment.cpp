@@ -37,7 +37,7 @@ BootloaderEnvironment ReadFirstGoodBlock(const NandAccess::Pointer& nand, const 
 
     // The image is the whole erase block: its checksum covers the padding too.
     // Left uninitialised: only what the read filled is parsed, and clearing
-    // the block first would cost every boot as much again as its checksum.
+    // it first would be one more pass over the block at every boot.
     const std::unique_ptr<uint8_t[]> block(new uint8_t[erase_size]);
     const size_t length = nand->Read(static_cast<uint32_t>(offset), block.get(), erase_size);
     return parse(block.get(), length);
