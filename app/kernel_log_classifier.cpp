@@ -3,7 +3,15 @@
 #include <string>
 #include <string_view>
 
-#include <boost/spirit/include/qi.hpp>
+// Only the parts of Qi in use: the whole of it brings <iostream>, whose
+// stream set-up every start of the program would pay for, every boot.
+#include <boost/spirit/include/qi_action.hpp>
+#include <boost/spirit/include/qi_char.hpp>
+#include <boost/spirit/include/qi_directive.hpp>
+#include <boost/spirit/include/qi_operator.hpp>
+#include <boost/spirit/include/qi_parse.hpp>
+#include <boost/spirit/include/qi_rule.hpp>
+#include <boost/spirit/include/qi_string.hpp>
 
 namespace qi = boost::spirit::qi;
 

@@ -4,6 +4,10 @@
 # collector in a mount namespace and chroot.
 #
 #   release     unit and system tests
+#   plain       the build as a plain "cmake -S . -B DIR && cmake --build DIR"
+#               makes it from scratch, with CMake's default generator
+#   device      the device build as an image recipe makes it, in a clean root
+#               with only the collector's libraries (scripts/device-build.sh)
 #   memcheck    the system tests again, every run of the collector under
 #               valgrind (errors, leaks and descriptors left open fail a run)
 #   asan        unit and system tests built with AddressSanitizer and
@@ -20,7 +24,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(release memcheck asan tsan fuzz target)
+[ ${#stages[@]} -gt 0 ] || stages=(release plain device memcheck asan tsan fuzz target)
 
 scripts/setup-host.sh
 
@@ -34,6 +38,14 @@ run_stage() {
     release)
       build release
       ctest --preset release -j2
+      ;;
+    plain)
+      rm -rf build/plain
+      cmake -S . -B build/plain >/dev/null
+      cmake --build build/plain -j2 >/dev/null
+      ;;
+    device)
+      scripts/device-build.sh
       ;;
     memcheck)
       build release

@@ -1,10 +1,10 @@
 #include "hardware/bootloader_environment.h"
 
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
-#include <vector>
 
 #include "hardware/nand_access_linux.h"
 #include "hardware/uboot_environment.h"
@@ -36,9 +36,11 @@ BootloaderEnvironment ReadFirstGoodBlock(const NandAccess::Pointer& nand, const 
         throw std::runtime_error("All BOLT environment NAND blocks are bad");
 
     // The image is the whole erase block: its checksum covers the padding too.
-    std::vector<uint8_t> block(erase_size);
-    const size_t length = nand->Read(static_cast<uint32_t>(offset), block.data(), block.size());
-    return parse(block.data(), length);
+    // Left uninitialised: only what the read filled is parsed, and clearing
+    // it first would be one more pass over the block at every boot.
+    const std::unique_ptr<uint8_t[]> block(new uint8_t[erase_size]);
+    const size_t length = nand->Read(static_cast<uint32_t>(offset), block.get(), erase_size);
+    return parse(block.get(), length);
 }
 
 BootloaderEnvironment GetBootloaderEnvironment()

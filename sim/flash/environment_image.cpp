@@ -6,7 +6,6 @@
 
 namespace sim {
 
-// zlib's CRC, not the collector's: the images check the collector's own.
 std::string WithCrc(const std::string& bytes)
 {
     const uLong crc = crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(bytes.data()),

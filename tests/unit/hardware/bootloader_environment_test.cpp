@@ -16,6 +16,7 @@ TEST(UbootEnvironmentTest, ChecksummedEntriesUpToTheEmptyOne)
         {sim::WithCrc("a=1\0flag\0k=x=y\0a=2\0=anonymous\0\0"s), "=anonymous;a=1;flag=;k=x=y;"},
         {sim::WithCrc("\0garbage=1"s), ""},
         {"abc", "U-Boot environment too small"},
+        {"\x26\x39\xf4\xcb" "123456789"s, "U-Boot environment malformed"}, // CRC-32's check value
         {sim::WithCrc(""), "U-Boot environment malformed"},
         {sim::WithCrc("a=1\0\0"s) + "\xff\xff", "U-Boot environment CRC mismatch"}, // CRC of the whole block
         {sim::WithCrc("a=1\0"s), "U-Boot environment malformed"},
