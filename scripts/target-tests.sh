@@ -54,11 +54,10 @@ quiet "$logs/image.log" "$target/build-image.sh" &
 image_build=$!
 
 echo "== target: static collector and flash images"
-quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
-quiet "$logs/static.log" cmake --build --preset armhf-static -j2 --target crash-dump ||
-    die "building the static collector failed"
+quiet "$logs/static.log" cmake --preset device || die "configuring the device build failed"
+quiet "$logs/static.log" cmake --build --preset device -j2 || die "building the device's collector failed"
 COLLECTOR=$work/crash-dump
-"$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/armhf-static/app/crash-dump || die "strip failed"
+"$TARGET_TRIPLET-strip" -o "$COLLECTOR" build/device/app/crash-dump || die "strip failed"
 
 # The flash images come from the same builders as the host's system tests.
 quiet "$logs/release.log" cmake --preset release || die "configuring release failed"

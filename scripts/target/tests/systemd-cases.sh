@@ -16,7 +16,7 @@ case_unknown_silicon() { echo $((1 << 20)) 0x10 0,9 - nosoc; }
 
 make_root_card() { # card
     local root=$work/root-card t=$target/tests/image
-    image_stage "$root" && DESTDIR=$root cmake --install build/armhf --prefix /usr >/dev/null || return 1
+    image_stage "$root" && DESTDIR=$root cmake --install build/device --strip >/dev/null || return 1
     install -m 644 -t "$root/etc/systemd/system" "$t"/*.service
     install -m 644 -t "$root/usr/local/lib/board" "$t"/*.sh "$target/tests/capture-on-board.sh" \
         scripts/capture-device.sh
