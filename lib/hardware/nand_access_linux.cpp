@@ -24,13 +24,14 @@ namespace {
 // write-protect partitions (the "ro" flag of an mtdparts entry clears
 // MTD_WRITEABLE) and the driver then refuses to open them for writing;
 // reading is all such a partition offers, and the driver itself refuses
-// anything else on that descriptor.
+// anything else on that descriptor. A read-only file system (EROFS) and a
+// sandbox's device policy (EPERM) refuse writing the same way.
 int OpenMtdDevice(const std::string& device, NandMode mode)
 {
     if (mode == NandMode::kRead)
         return ::open(device.c_str(), O_RDONLY | O_CLOEXEC);
     const int fd = ::open(device.c_str(), O_RDWR | O_CLOEXEC | O_SYNC);
-    if (fd >= 0 || (errno != EACCES && errno != EROFS))
+    if (fd >= 0 || (errno != EACCES && errno != EROFS && errno != EPERM))
         return fd;
     return ::open(device.c_str(), O_RDONLY | O_CLOEXEC);
 }

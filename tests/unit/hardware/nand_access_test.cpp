@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -91,18 +92,22 @@ TEST_F(LinuxNandAccessTest, TransfersAtOffsetsSkippingBadBlocksAndOnePageOfSpare
     EXPECT_FALSE(nand.IsSpareAreaErased(kErase));
 }
 
-// The driver refuses a read-write open of a write-protected partition: reading must still work,
-// and every change must fail with the driver's refusal rather than succeed silently.
+// A read-write open refused by the driver (EACCES), a read-only mount (EROFS) or a sandbox's device
+// policy (EPERM): reading must still work, and every change must fail with the driver's refusal rather
+// than succeed silently.
 TEST_F(LinuxNandAccessTest, WriteProtectedPartitionReadsButRefusesChanges)
 {
-    std::ofstream(m_device + ".ro").close();
-    LinuxNandAccessImpl nand(m_device, 4 * kErase, NandMode::kReadWrite);
-    EXPECT_TRUE(nand.IsBadBlock(2 * kErase));
-    EXPECT_TRUE(nand.IsSpareAreaErased(0));
+    for (const int refusal : {EACCES, EROFS, EPERM}) {
+        SCOPED_TRACE(refusal);
+        std::ofstream(m_device + ".ro") << refusal;
+        LinuxNandAccessImpl nand(m_device, 4 * kErase, NandMode::kReadWrite);
+        EXPECT_TRUE(nand.IsBadBlock(2 * kErase));
+        EXPECT_TRUE(nand.IsSpareAreaErased(0));
 
-    EXPECT_THROW(nand.Write(0, "x", 1), ErrnoException);
-    EXPECT_THROW(nand.EraseBlock(0), ErrnoException);
-    EXPECT_THROW(nand.MarkBadBlock(0), ErrnoException);
-    EXPECT_THROW(nand.WriteSpareArea(0, std::string(kOob, '\0').data(), kOob), ErrnoException);
-    EXPECT_EQ(Read(nand, 0, 1) + Read(nand, kErase, 1), "AB");
+        EXPECT_THROW(nand.Write(0, "x", 1), ErrnoException);
+        EXPECT_THROW(nand.EraseBlock(0), ErrnoException);
+        EXPECT_THROW(nand.MarkBadBlock(0), ErrnoException);
+        EXPECT_THROW(nand.WriteSpareArea(0, std::string(kOob, '\0').data(), kOob), ErrnoException);
+        EXPECT_EQ(Read(nand, 0, 1) + Read(nand, kErase, 1), "AB");
+    }
 }
