@@ -34,5 +34,6 @@ DeviceIdentity ReadDeviceIdentity()
 
 void AddDeviceFacts(CrashInfo& info)
 {
-    AddDeviceFacts(info, ReadDeviceIdentity(), OpenNandPartition, std::time(nullptr), "");
+    const auto open_for_reading = [](const std::string& name) { return OpenNandPartition(name, NandMode::kRead); };
+    AddDeviceFacts(info, ReadDeviceIdentity(), open_for_reading, std::time(nullptr), "");
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The target stage: the armhf build's unit tests under qemu-user, its
-# installation into a device image, and the static collector's runs on the
-# emulated i.MX6UL board, power cuts among them, each checked from here.
+# installation into a device image that boots systemd on the emulated i.MX6UL
+# board, and the static collector's runs under power cuts on that board, each
+# checked from here.
 # Set-up is idempotent and cached under /var/cache/crash-dump-target; the
 # first run downloads Debian's armhf packages. Run as root: the set-up
 # installs host packages.
@@ -13,6 +14,8 @@ target=scripts/target
 . "$target/lib/common.sh"
 . "$target/tests/collector-cases.sh"
 . "$target/tests/capture-replay.sh"
+. "$target/lib/image.sh"
+. "$target/tests/systemd-cases.sh"
 
 started=$SECONDS
 # Logs, consoles and results stay for a look after a failure.
@@ -45,6 +48,10 @@ quiet() { # log command...
 echo "== target: set-up"
 quiet "$logs/setup.log" "$target/setup-armhf.sh" || die "setup-armhf.sh failed"
 quiet "$logs/board.log" "$target/build-board.sh" || die "build-board.sh failed"
+# The device image's root takes minutes on a fresh machine (most of it
+# Debian's maintainer scripts under qemu-user): it is made beside the builds.
+quiet "$logs/image.log" "$target/build-image.sh" &
+image_build=$!
 
 echo "== target: static collector and flash images"
 quiet "$logs/static.log" cmake --preset armhf-static || die "configuring armhf-static failed"
@@ -122,17 +129,6 @@ installs_into_device_image() {
 }
 check "cmake --install stages sbin, the systemd unit and tmpfiles.d" installs_into_device_image
 
-echo "== target: collector runs on the emulated board"
-# Two boots at a time, the sweep's included: one per core. Generous limits:
-# a loaded host doubles the usual boot of a few seconds.
-boots=()
-for name in "${COLLECTOR_CASES[@]}"; do
-    [ "$(jobs -rp | wc -l)" -lt 2 ] || wait -n
-    boot_case "$name" collector 300 &
-    boots+=($!)
-done
-wait "${boots[@]}"
-
 case_passes() { # name
     local results=$logs/$1.results mismatches
     if [ ! -f "$logs/$1.rc" ]; then
@@ -153,10 +149,17 @@ case_passes() { # name
     echo "$mismatches"
     return 1
 }
-for name in "${COLLECTOR_CASES[@]}"; do
-    check "board: $name" case_passes "$name"
-    [ -s "$logs/$name.results" ] &&
-        echo "     the collector ran $(tagged "$logs/$name.results" elapsed_ms) ms in the guest"
+
+# The boots of the device image share its card, one after the other, beside
+# the sweep.
+echo "== target: the device image boots systemd"
+wait "$image_build" || die "build-image.sh failed"
+if make_root_card "$work/card" >"$logs/root-card.log" 2>&1; then
+    for name in "${SYSTEMD_BOOTS[@]}"; do boot_systemd "$name"; done
+fi
+for name in "${SYSTEMD_BOOTS[@]}"; do
+    check "systemd: $name" case_passes "$name"
+    [ -s "$logs/$name.results" ] && echo "     $(boot_summary "$name")"
 done
 check_capture_replay
 

@@ -226,12 +226,10 @@ void DeviceRoot::BindHostFile(std::string_view host_path, std::string_view insid
 
 void DeviceRoot::UnbindHostFile(std::string_view inside)
 {
-    for (auto it = m_binds.begin(); it != m_binds.end(); ++it) {
-        if (it->inside == inside) {
-            m_binds.erase(it);
-            Remove(inside);
-            return;
-        }
+    const auto bound = std::find_if(m_binds.begin(), m_binds.end(), [&](const Bind& b) { return b.inside == inside; });
+    if (bound != m_binds.end()) {
+        m_binds.erase(bound);
+        Remove(inside);
     }
 }
 

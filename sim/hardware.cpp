@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include <fmt/format.h>
@@ -68,8 +69,8 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
     device.WriteFile(path, partition.content, 0600);
     device.WriteFile(path + ".geometry", fmt::format("{} {} {} {}\n", sizes.erase_size, sizes.write_size,
                                                      sizes.oob_size, fmt::join(partition.bad_blocks, " ")));
-    if (partition.read_only)
-        device.WriteFile(path + ".ro", "");
+    if (partition.write_refusal != 0)
+        device.WriteFile(path + ".ro", std::to_string(partition.write_refusal));
     else
         device.Remove(path + ".ro");
 

@@ -22,8 +22,8 @@ struct MtdPartition {
     std::string content; // the whole partition; its length is the partition size
     FlashGeometry geometry;
     std::vector<uint32_t> bad_blocks = {};
-    // Without the kernel's writeable flag: opening it for writing fails.
-    bool read_only = false;
+    // The error a read-write open fails with, 0 for none.
+    int write_refusal = 0;
 };
 
 // A partition holding image as a flashing tool writes it: block by block,
@@ -36,7 +36,7 @@ MtdPartition FlashedPartition(const std::string& name, const std::string& image,
 // Adds the partition as the next /dev/mtdN with its geometry, lists it in
 // "/proc/mtd" and loads the fake MTD driver into the device's programs. The
 // driver reads the node's ".geometry" sidecar for the geometry and the bad
-// blocks; a ".ro" sidecar write-protects the partition.
+// blocks; a ".ro" sidecar holds the error a read-write open fails with.
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition);
 
 // A physical memory ("/dev/mem") holding the SoC's digital-program register

@@ -121,7 +121,7 @@ void ShowInputs(const std::string& name, const Scenario& scenario, const DeviceR
     for (const auto& [partition, flash] : scenario.flash) {
         const MtdPartition laid = FlashedPartition(partition, flash.image, geometry, flash.bad_blocks);
         fmt::print("     mtd{} {:<16} {:>10}, {}{}\n", index++, partition, Size(laid.content.size()),
-                   BadBlocks(laid.bad_blocks), flash.read_only ? ", read-only" : "");
+                   BadBlocks(laid.bad_blocks), flash.write_refusal != 0 ? ", read-only" : "");
     }
 }
 

@@ -18,7 +18,7 @@ void Apply(const Scenario& scenario, DeviceRoot& device)
     device.Remove("/proc/mtd");
     for (const auto& [name, flash] : scenario.flash) {
         MtdPartition partition = FlashedPartition(name, flash.image, scenario.geometry, flash.bad_blocks);
-        partition.read_only = flash.read_only;
+        partition.write_refusal = flash.write_refusal;
         AddMtdPartition(device, partition);
     }
     SetSiliconRegisters(device, scenario.soc.digprog, scenario.soc.sbmr2);

@@ -25,9 +25,10 @@ struct RootEntry {
 struct FlashImage {
     std::string image;
     std::vector<uint32_t> bad_blocks = {};
-    // The partition lacks the kernel's writeable flag: opening it for writing
-    // fails with EACCES.
-    bool read_only = false;
+    // The error a read-write open fails with, 0 for none: EACCES when the
+    // partition lacks the kernel's writeable flag, EPERM from a cgroup's
+    // device policy, EROFS from a read-only mount of the device nodes.
+    int write_refusal = 0;
 };
 
 // The SoC's identification registers, as /dev/mem shows them.

@@ -121,7 +121,7 @@ void LoadFlash(const fs::path& directory, Scenario& scenario)
             needing_image[name] = path;
         } else if (EndsWith(file, ".ro")) {
             const std::string name = PartitionName(path, ".ro");
-            scenario.flash[name].read_only = true;
+            scenario.flash[name].write_refusal = EACCES;
             needing_image[name] = path;
         } else {
             throw ScenarioError(path.string(), "not a partition's NAME.img, NAME.bad or NAME.ro, nor the geometry");

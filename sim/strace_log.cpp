@@ -178,7 +178,8 @@ std::string Unescape(std::string_view argument, size_t open, char close)
             i += 2;
         } else if (escape >= '0' && escape <= '7') {
             size_t digits = 0;
-            while (digits < 3 && i + digits < argument.size() && argument[i + digits] >= '0' && argument[i + digits] <= '7')
+            while (digits < 3 && i + digits < argument.size() && argument[i + digits] >= '0'
+                   && argument[i + digits] <= '7')
                 value = value * 8 + (argument[i + digits++] - '0');
             i += digits - 1;
         } else {

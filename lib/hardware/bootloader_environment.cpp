@@ -18,7 +18,7 @@ constexpr const char* kPartition = "flash0.nvram";
 std::optional<BootloaderEnvironment> LoadEnvironment()
 {
     try {
-        return ReadFirstGoodBlock(OpenNandPartition(kPartition), ParseUbootEnvironment);
+        return ReadFirstGoodBlock(OpenNandPartition(kPartition, NandMode::kRead), ParseUbootEnvironment);
     } catch (...) {
         return std::nullopt;
     }

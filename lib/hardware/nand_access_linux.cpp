@@ -21,12 +21,14 @@ namespace {
 
 // Synchronous writes: a write that returned is on the flash, so a power cut
 // right after updating the environment cannot lose it. Device makers
-// write-protect the partitions this program reads (the "ro" flag of an
-// mtdparts entry clears MTD_WRITEABLE) and the driver then refuses to open
-// them for writing; reading is all such a partition offers, and the driver
-// itself refuses anything else on that descriptor.
-int OpenMtdDevice(const std::string& device)
+// write-protect partitions (the "ro" flag of an mtdparts entry clears
+// MTD_WRITEABLE) and the driver then refuses to open them for writing;
+// reading is all such a partition offers, and the driver itself refuses
+// anything else on that descriptor.
+int OpenMtdDevice(const std::string& device, NandMode mode)
 {
+    if (mode == NandMode::kRead)
+        return ::open(device.c_str(), O_RDONLY | O_CLOEXEC);
     const int fd = ::open(device.c_str(), O_RDWR | O_CLOEXEC | O_SYNC);
     if (fd >= 0 || (errno != EACCES && errno != EROFS))
         return fd;
@@ -35,7 +37,8 @@ int OpenMtdDevice(const std::string& device)
 
 } // namespace
 
-LinuxNandAccessImpl::LinuxNandAccessImpl(const std::string& device, size_t size) : m_fd(OpenMtdDevice(device))
+LinuxNandAccessImpl::LinuxNandAccessImpl(const std::string& device, size_t size, NandMode mode)
+    : m_fd(OpenMtdDevice(device, mode))
 {
     if (!m_fd.valid())
         throw ErrnoException(errno, device);
@@ -131,8 +134,8 @@ void LinuxNandAccessImpl::Seek(uint32_t offset, const char* operation)
         throw std::runtime_error(std::string(operation) + " seek failure");
 }
 
-NandAccess::Pointer OpenNandPartition(const std::string& name)
+NandAccess::Pointer OpenNandPartition(const std::string& name, NandMode mode)
 {
     const NandPartitionLocation location = FindNandPartition(name);
-    return std::make_shared<LinuxNandAccessImpl>(location.device_path, location.size);
+    return std::make_shared<LinuxNandAccessImpl>(location.device_path, location.size, mode);
 }

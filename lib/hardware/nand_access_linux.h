@@ -14,11 +14,16 @@ protected:
     ~LinuxNandAccess() = default;
 };
 
+// Readers never ask for write access: a device maker's write protection, a
+// read-only file system or a sandbox's device policy refuses it, each with an
+// error of its own.
+enum class NandMode { kRead, kReadWrite };
+
 class LinuxNandAccessImpl final : public LinuxNandAccess {
 public:
     // Opens the device and reads its geometry. The usable size is the smaller
     // of the driver's and size; it must be a whole number of erase blocks.
-    LinuxNandAccessImpl(const std::string& device, size_t size);
+    LinuxNandAccessImpl(const std::string& device, size_t size, NandMode mode);
     ~LinuxNandAccessImpl() = default;
 
     void ReadSpareArea(uint32_t offset, void* buffer, size_t length) override;
@@ -46,4 +51,4 @@ private:
 };
 
 // Finds the partition by name in "/proc/mtd" and opens its device.
-NandAccess::Pointer OpenNandPartition(const std::string& name);
+NandAccess::Pointer OpenNandPartition(const std::string& name, NandMode mode);

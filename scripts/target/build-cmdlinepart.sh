@@ -16,6 +16,7 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/lib/common.sh"
+. "$here/lib/kbuild.sh"
 
 print=
 for a in "$@"; do
@@ -44,82 +45,21 @@ if [ -f "$MODULE" ] && [ -f "$STAMP" ] && [ "$(head -n1 "$STAMP")" = "$wanted" ]
     exit 0
 fi
 
-host_require make xz-utils kmod libelf1 libssl3 gcc-12-arm-linux-gnueabihf
-
-# The Debian version of the board's kernel: that of the cached package whose
-# kernel image the board boots.
-kernel_package_version() {
-    local deb
-    for deb in "$TARGET_CACHE/debs/linux-image-${kver}_"*_armhf.deb; do
-        [ -f "$deb" ] || continue
-        if dpkg-deb --fsys-tarfile "$deb" | tar -xO "./boot/vmlinuz-$kver" | cmp -s - "$BOARD/zImage"; then
-            dpkg-deb -f "$deb" Version
-            return 0
-        fi
-    done
-    return 1
-}
-version=$(kernel_package_version) ||
-    die "the package of the board's kernel $kver is not in $TARGET_CACHE/debs: run build-board.sh --refresh"
-series=$(cut -d. -f1,2 <<<"$kver") # 6.1.0-50-armmp: 6.1
-log "cmdlinepart for kernel $kver ($version)"
-
-# kbuild's helpers (fixdep, modpost) run on this machine: the host's package
-# of the same version, unpacked beside the headers rather than installed.
-host_fetch_deb() { # dir name=version
-    local dir=$1 spec=$2 file
-    mkdir -p "$dir"
-    file=$(apt-get download --print-uris "$spec" 2>/dev/null | awk '{print $2}')
-    if [ -z "$file" ]; then
-        apt-get update -qq || log "apt-get update reported errors; trying anyway"
-        file=$(apt-get download --print-uris "$spec" 2>/dev/null | awk '{print $2}')
-    fi
-    [ -n "$file" ] || die "the host's package sources offer no $spec"
-    [ -s "$dir/$file" ] ||
-        (cd "$dir" && apt-get -qq -o APT::Sandbox::User=root download "$spec") >&2 ||
-        die "download of $spec failed"
-    echo "$dir/$file"
-}
-
-target_apt_update
-mapfile -t headers_debs < <(target_fetch_debs "$TARGET_CACHE/debs" \
-    "linux-headers-$kver=$version" "linux-headers-${kver%-*}-common=$version")
-[ ${#headers_debs[@]} -eq 2 ] || die "cannot fetch the headers of $kver $version"
-source_deb=$(target_fetch_debs "$TARGET_CACHE/debs" "linux-source-$series=$version")
-kbuild_deb=$(host_fetch_deb "$TARGET_CACHE/debs" "linux-kbuild-$series=$version")
-
 tmp=$OUT.new.$$
 rm -rf "$tmp"
-mkdir -p "$tmp"
+mkdir -p "$tmp/out"
 trap 'rm -rf "$tmp"' EXIT
-tree=$tmp/tree
-for d in "${headers_debs[@]}" "$kbuild_deb"; do dpkg-deb -x "$d" "$tree"; done
-headers=$tree/usr/src/linux-headers-$kver
-# The flavour's Makefile includes the common headers by their installed path.
-sed -i "s|/usr/src/|$tree/usr/src/|" "$headers/Makefile"
-
+kbuild_prepare "$tmp/tree"
+log "cmdlinepart for kernel $kver ($kernel_version)"
+source_deb=$(target_fetch_debs "$TARGET_CACHE/debs" "linux-source-$kernel_series=$kernel_version")
 src=$tmp/src
 mkdir -p "$src"
-dpkg-deb --fsys-tarfile "$source_deb" | tar -xO "./usr/src/linux-source-$series.tar.xz" |
-    tar -xJO "linux-source-$series/drivers/mtd/parsers/cmdlinepart.c" >"$src/cmdlinepart.c"
-[ -s "$src/cmdlinepart.c" ] || die "cmdlinepart.c missing from linux-source-$series $version"
+dpkg-deb --fsys-tarfile "$source_deb" | tar -xO "./usr/src/linux-source-$kernel_series.tar.xz" |
+    tar -xJO "linux-source-$kernel_series/drivers/mtd/parsers/cmdlinepart.c" >"$src/cmdlinepart.c"
+[ -s "$src/cmdlinepart.c" ] || die "cmdlinepart.c missing from linux-source-$kernel_series $kernel_version"
 echo 'obj-m := cmdlinepart.o' >"$src/Kbuild"
-# The headers name the compiler the kernel was built with (gcc-12) without
-# the cross prefix.
-make -C "$headers" M="$src" ARCH=arm CROSS_COMPILE="$TARGET_TRIPLET-" -j2 modules >&2 ||
-    die "building cmdlinepart failed"
-
-# The kernel refuses a module whose version magic differs from its own; one
-# of the board's own modules carries the kernel's.
-reference=$(find "$BOARD/base/lib/modules/$kver" -name '*.ko' -print -quit)
-[ -n "$reference" ] || die "no module of the board's kernel to compare with"
-[ "$(modinfo -F vermagic "$src/cmdlinepart.ko")" = "$(modinfo -F vermagic "$reference")" ] ||
-    die "cmdlinepart.ko does not match the board's kernel: $(modinfo -F vermagic "$src/cmdlinepart.ko")"
-
-mkdir -p "$tmp/out"
-# Debug sections are most of it and only fatten every boot image.
-"$TARGET_TRIPLET-strip" --strip-debug -o "$tmp/out/cmdlinepart.ko" "$src/cmdlinepart.ko"
-{ echo "$wanted"; printf '%s\n' "${headers_debs[@]##*/}" "${source_deb##*/}" "${kbuild_deb##*/}"; } \
+kbuild_make "$src" "$tmp/out/cmdlinepart.ko"
+{ echo "$wanted"; printf '%s\n' "${kbuild_debs[@]}" "${source_deb##*/}"; } \
     >"$tmp/out/.crash-dump-module"
 rm -rf "$OUT.old"
 [ -e "$OUT" ] && mv "$OUT" "$OUT.old"

@@ -12,7 +12,10 @@
 # down without reporting one (kernel panic, init crash), 2 on bad usage.
 #
 # Environment: CRASH_DUMP_BOARD_APPEND adds to the kernel command line,
-# CRASH_DUMP_BOARD_MEM sets the RAM size (default 512M).
+# CRASH_DUMP_BOARD_MEM sets the RAM size (default 512M),
+# CRASH_DUMP_BOARD_SD names a raw image for the SD card (/dev/mmcblk1; QEMU
+# takes only sizes that are powers of two). It goes into the second slot: the
+# first one's card-detect line is a GPIO that QEMU never raises.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/lib/common.sh"
@@ -43,10 +46,13 @@ fdtput -t x "$work/board.dtb" /chosen rng-seed $(od -An -tx4 -N32 /dev/urandom) 
 # exiting rather than hanging until the timeout.
 append="console=ttymxc0,115200 iomem=relaxed panic=-1 ${CRASH_DUMP_BOARD_APPEND:-}"
 
+cards=()
+[ -z "${CRASH_DUMP_BOARD_SD:-}" ] || cards=(-drive "if=sd,index=1,format=raw,file=$CRASH_DUMP_BOARD_SD")
+
 timeout -k 10 "$limit" qemu-system-arm -M mcimx6ul-evk -m "${CRASH_DUMP_BOARD_MEM:-512M}" \
     -nographic -monitor none -no-reboot \
     -kernel "$BOARD/zImage" -dtb "$work/board.dtb" -initrd "$initramfs" \
-    -append "$append" </dev/null | tee "$work/console"
+    -append "$append" "${cards[@]}" </dev/null | tee "$work/console"
 rc=${PIPESTATUS[0]}
 if [ "$rc" -eq 124 ] || [ "$rc" -eq 137 ]; then
     echo "run-board: timed out after $limit s" >&2

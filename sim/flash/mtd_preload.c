@@ -3,10 +3,12 @@
  * ("erasesize writesize oobsize" followed by the indexes of the bad blocks)
  * answers the MTD requests the way the driver does; spare areas live in
  * "<image>.oob" (oobsize bytes a page; absent bytes read 0xff). An image
- * with a "<image>.ro" sidecar is write-protected, as a partition whose
- * MTD_WRITEABLE flag the kernel cleared: opening it for writing fails with
- * EACCES, and the requests that change the flash fail with EPERM on a
- * descriptor opened for reading. Images are looked for in $FAKE_MTD_DIR, or
+ * with a "<image>.ro" sidecar is write-protected: opening it for writing
+ * fails with the error number the sidecar holds, EACCES when it holds none
+ * (the driver's answer for a partition whose MTD_WRITEABLE flag the kernel
+ * cleared; a cgroup's device policy answers EPERM, a read-only mount EROFS),
+ * and the requests that change the flash fail with EPERM on a descriptor
+ * opened for reading. Images are looked for in $FAKE_MTD_DIR, or
  * "/dev" when it is not set. Every other request, and every other file, goes
  * to the C library untouched.
  *
@@ -217,7 +219,8 @@ static int erase_request(int fd, const struct fake_mtd* mtd, const struct erase_
     return 0;
 }
 
-static int is_write_protected(const char* path)
+/* The error a read-write open of path fails with, 0 for none. */
+static int write_refusal(const char* path)
 {
     const char* directory = image_directory();
     const size_t length = strlen(directory);
@@ -226,7 +229,14 @@ static int is_write_protected(const char* path)
     char sidecar[PATH_MAX];
     if (snprintf(sidecar, sizeof sidecar, "%s.ro", path) >= (int)sizeof sidecar)
         return 0;
-    return access(sidecar, F_OK) == 0;
+    FILE* file = fopen(sidecar, "r");
+    if (file == NULL)
+        return 0;
+    int error = 0;
+    if (fscanf(file, "%d", &error) != 1 || error <= 0)
+        error = EACCES;
+    fclose(file);
+    return error;
 }
 
 /* Both entry points by their link names: with 64-bit file offsets the
@@ -245,8 +255,9 @@ int open_entry(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if ((flags & O_ACCMODE) != O_RDONLY && is_write_protected(path))
-        return fail(EACCES);
+    const int refusal = (flags & O_ACCMODE) != O_RDONLY ? write_refusal(path) : 0;
+    if (refusal != 0)
+        return fail(refusal);
     return next(path, flags, mode);
 }
 

@@ -2,6 +2,7 @@
 // flash or a broken driver damage it: the run ends with one of its statuses and
 // its message, never a signal or a hang. docs/hostile-input.md shows the rows.
 
+#include <cerrno>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -20,11 +21,12 @@ constexpr uint32_t kEraseSize = 128 * 1024;
 
 // A partition's damage changes the image flashed to it, or its blocks.
 enum Damage { kMissing, kEmpty, kHalf, kDir, kRandom, kLong, kHugeCount, kErased, kCrc, kAllBad, kGzipHalf, kGzipHit,
-              kHugeStrings, kWriteProtected };
+              kHugeStrings, kWriteProtected, kDevicePolicy, kReadOnlyMount };
 const char* const kDamageText[] = {
     "missing", "empty", "first half only", "a directory, mode 000", "4 MiB of random bytes",
     "one 4 MiB line, no line end", "4294967295", "erased", "CRC damaged", "all blocks bad", "gzip image cut in half",
-    "gzip image overwritten in the middle", "strings block of 0x40000 bytes", "write-protected"};
+    "gzip image overwritten in the middle", "strings block of 0x40000 bytes", "write-protected",
+    "writing denied by device policy (EPERM)", "on a read-only mount (EROFS)"};
 
 // The device around the damaged input, chosen so that the collector reads it.
 enum Device { kClean, kCore, kSoc, kWlan, kWatchdog };
@@ -85,12 +87,12 @@ const Row kRows[] = {
     {"/proc/mtd", {kEmpty, kDir, kLong}, kCore, 0, Rescue("Failed to read /proc/mtd")},
     {"/proc/mtd", {kHalf, kRandom}, kCore, 0, Rescue("Failed to find NAND partition named 'flash0.rescue'")},
     {"flash0.nvram", {kErased, kCrc, kAllBad, kRandom}, kCore, 0, kCorrupt},
-    // Device makers write-protect the partitions the collector reads.
-    {"flash0.nvram", {kHalf, kWriteProtected}, kCore, 0, kDump, "ENVIRONMENT"},
+    // Device makers write-protect the partitions the collector reads, a sandbox denies writing to them.
+    {"flash0.nvram", {kHalf, kWriteProtected, kDevicePolicy, kReadOnlyMount}, kCore, 0, kDump, "ENVIRONMENT"},
     {"flash0.rescue", {kErased, kRandom}, kCore, 0, Rescue("Not a FIT image")},
     {"flash0.rescue", {kGzipHalf, kGzipHit}, kCore, 0, Rescue("gzip error")},
     {"flash0.rescue", {kHugeStrings}, kCore, 0, Rescue("FIT string table too large")},
-    {"flash0.rescue", {kWriteProtected}, kCore, 0, kDump, "rescue"},
+    {"flash0.rescue", {kWriteProtected, kDevicePolicy, kReadOnlyMount}, kCore, 0, kDump, "rescue"},
     {"/etc/lumora-version", {kMissing, kEmpty, kDir, kRandom, kLong}, kCore, 0, kDump, "lumora-version"},
     {kImageName, {kMissing}, kCore, 0, "Failed to read image name: " + NoEntry(kImageName)},
     {kImageName, {kEmpty, kHalf, kRandom, kLong}, kCore, 0, kDump, "image name"},
@@ -165,7 +167,8 @@ void Apply(sim::DeviceRoot& device, const HostileInput& row)
     if (row.input.front() != '/') {
         sim::FlashImage& flash = scenario.flash[row.input];
         flash.image = Damaged(row.damage, flash.image, true);
-        flash.read_only = row.damage == kWriteProtected;
+        const int refusals[] = {EACCES, EPERM, EROFS};
+        flash.write_refusal = row.damage >= kWriteProtected ? refusals[row.damage - kWriteProtected] : 0;
         flash.bad_blocks = row.damage == kAllBad ? std::vector<uint32_t>{0, 1, 2, 3} : flash.bad_blocks;
         return sim::Apply(scenario, device);
     }

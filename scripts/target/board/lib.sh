@@ -26,6 +26,21 @@ board_nandsim() {
     fi
 }
 
+# The case's flash (/case/case.env): nandsim with NANDSIM, then each of
+# FLASH_IMAGES ("offset:file" pairs) written from /case/images through
+# FLASH_VIEW, a writable partition over the whole chip, since the player's
+# partitions may be read-only. nandwrite steps over bad blocks, as the boot
+# loader's writer does.
+board_flash_case() {
+    [ -n "$NANDSIM" ] || return 0
+    board_nandsim $NANDSIM || return 1
+    local view entry
+    view=$(board_mtd_device "$FLASH_VIEW") || return 1
+    for entry in $FLASH_IMAGES; do
+        nandwrite -q -p -s "${entry%%:*}" "$view" "/case/images/${entry#*:}" || return 1
+    done
+}
+
 # Whether devtmpfs has a node for every MTD device yet.
 board_mtd_nodes_ready() {
     local mtd

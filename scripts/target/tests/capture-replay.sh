@@ -1,17 +1,11 @@
-# Capture on the board, replay on the host: after the complete dump's run,
-# scripts/capture-device.sh captures the board's state as it would a device's
-# (capture-on-board.sh), and the host's crash-dump-sim runs the collector on
-# that scenario; both runs must tell the same. Sourced by
-# scripts/target-tests.sh after collector-cases.sh, in the repository's root.
+# Capture on the board, replay on the host: after a boot that left a dump,
+# scripts/capture-device.sh captures the device's state as it would any
+# device's (capture-on-board.sh, run by the board's reporter), and the host's
+# crash-dump-sim runs the collector on that scenario; both runs must tell the
+# same. Sourced by scripts/target-tests.sh, in the
+# repository's root.
 
-CAPTURE_CASE=complete_dump
-
-# The capture's scripts go into the case, and collector.scenario runs them
-# after the collector.
-seed_capture() { # dir
-    install -D -m 755 scripts/capture-device.sh "$1/case/capture/capture-device.sh"
-    install -m 755 "$target/tests/capture-on-board.sh" "$1/case/capture/capture-on-board.sh"
-}
+CAPTURE_CASE=dump_waiting
 
 # The collector's standard error as crash-dump-sim reports it: the lines after
 # its heading, up to the blank line before the exit status's heading.

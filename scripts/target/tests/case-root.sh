@@ -1,11 +1,7 @@
-# What every collector scenario on the emulated board shares: the test root
-# /case/root that the host prepared (collector-cases.sh: the collector and the
-# files that only the player's own kernel provides), given the board's flash,
-# device tree and device nodes. Sourced after /usr/share/board/lib.sh and
-# /case/case.env: NANDSIM (nandsim parameters; empty for no flash), FLASH_VIEW
-# (a writable partition over the whole chip, named in mtdparts= on the kernel
-# command line) and FLASH_IMAGES ("offset:file" pairs: /case/images/file is
-# written through FLASH_VIEW from that byte offset on).
+# The test root /case/root of the collector's runs on the busybox board: what
+# the host prepared (collector-cases.sh), given the board's flash, device tree
+# and device nodes. Sourced after /usr/share/board/lib.sh and /case/case.env
+# (NANDSIM, FLASH_VIEW, FLASH_IMAGES: see board_flash_case in lib.sh).
 root=/case/root
 outputs=$root/var/lib/lumora/crash-dump
 
@@ -16,15 +12,7 @@ centiseconds() { tr -d . </proc/uptime | cut -d' ' -f1; }
 
 prepare_case_root() {
     if [ -n "$NANDSIM" ]; then
-        board_nandsim $NANDSIM || fail "nandsim"
-        # The player's partitions may be read-only; the view over the whole
-        # chip is not. nandwrite steps over bad blocks, as the boot loader's
-        # writer does.
-        local view entry
-        view=$(board_mtd_device "$FLASH_VIEW") || fail "no partition $FLASH_VIEW"
-        for entry in $FLASH_IMAGES; do
-            nandwrite -q -p -s "${entry%%:*}" "$view" "/case/images/${entry#*:}" || fail "nandwrite $entry"
-        done
+        board_flash_case || fail "the case's flash"
         board_mtd_chroot "$root" || fail "flash in the test root"
     fi
 

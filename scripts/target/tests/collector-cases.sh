@@ -1,13 +1,9 @@
-# The collector's runs on the emulated board, as the host prepares and checks
-# them. Sourced by scripts/target-tests.sh, which provides COLLECTOR (the
-# stripped static armhf collector) and SIM (crash-dump-sim, whose make-env and
-# make-fit write the flash images). Each case NAME has prepare_NAME DIR, which
-# fills DIR/case (/case on the board) with the boot's reset-cause and, where
-# it has flash, kernel-cmdline, and check_NAME RESULTS, which prints one line
-# per mismatch between the run's results and what the case expects.
+# The board's cases as the host prepares them, and the checks they share.
+# Sourced by scripts/target-tests.sh, which provides COLLECTOR (the stripped
+# static armhf collector) and SIM (crash-dump-sim, whose make-env and make-fit
+# write the flash images). The sweep has prepare_NAME DIR, which fills DIR/case
+# (/case on the board), and check_NAME RESULTS, which prints each mismatch.
 
-# One collector run each, by collector.scenario.
-COLLECTOR_CASES=(complete_dump unknown_silicon clean_reset read_only_flash)
 # Run after run, each cut short by a power cut, by power-cut.scenario.
 POWER_CUT_CASE=power_cut_sweep
 
@@ -57,12 +53,11 @@ $4"
     echo "$5" >"$1/case/reset-cause"
 }
 
-# An ELF core header and a deterministic body that the host can check the
-# archived copy against: larger than one pipe's worth, small enough to keep the
-# initramfs quick to boot.
+# An ELF core header and a deterministic body of exactly that many bytes, that
+# the host can check the archived copy against.
 core_image() { # bytes
     [ "$1" -gt 0 ] || return 0
-    { printf '\177ELF\001\001\001\000'; seq 1 100000; } | head -c "$1"
+    { printf '\177ELF\001\001\001\000'; seq 1 "$1"; } | head -c "$1"
 }
 
 # The previous run's kernel log in /dev/kmsg's export format: the player
@@ -91,37 +86,6 @@ FLASH_IMAGES="0:nvram.img $NVRAM_SIZE:rescue.img"
 EOF
     printf 'mtdparts="%s:%d(flash0.nvram)%s,%d(flash0.rescue)%s,%s-@0(%s)"\n' "$NAND_CHIP_NAME" \
         "$NVRAM_SIZE" "$3" "$RESCUE_SIZE" "$3" "${4:+$4,}" "$FLASH_VIEW" >"$1/case/kernel-cmdline"
-}
-
-prepare_complete_dump() {
-    seed_case "$1" 98304 0 "SoC: i.MX6UL" 0x10
-    # nvram's block 0, so the environment sits in its second block; rescue's
-    # block 1 (chip block 9), inside the five blocks of the image.
-    flash_with_bad_blocks "$1" 0,9 "" || return
-    # The board's state is captured afterwards, for the host to replay.
-    seed_capture "$1"
-}
-
-# No SoC line: the collector reads the SoC's own registers, and QEMU's
-# i.MX6UL is no i.MX6ULZ. The boot loader environment is never reached.
-prepare_unknown_silicon() {
-    seed_case "$1" 98304 0 "" 0x10
-    printf 'NANDSIM=\nFLASH_VIEW=\nFLASH_IMAGES=\n' >"$1/case/case.env"
-}
-
-prepare_clean_reset() {
-    seed_case "$1" 0 $'0\n' "SoC: i.MX6UL" 0x1
-    flash_with_bad_blocks "$1" 0 ""
-}
-
-# As a complete dump, from partitions that the kernel write-protects, as
-# device makers do: the collector gets no write access to them.
-prepare_read_only_flash() {
-    seed_case "$1" 98304 0 "SoC: i.MX6UL" 0x10
-    # nvram's block 2, behind the environment; rescue's first block and its
-    # third (chip blocks 8 and 10), so that the image starts one block in and
-    # steps over another.
-    flash_with_bad_blocks "$1" 2,8,10 ro
 }
 
 # A crash at a watchdog reset, its output directory on UBIFS in a partition of
@@ -153,47 +117,9 @@ expect_equal() { # what got want
 
 listing() { tagged "$1" "$2" | sort | tr '\n' ' ' | sed 's/ $//'; }
 
-# The run's exit status, what it left in the lock, staging and output
-# directories, and its standard error line by line against one extended
-# regular expression each.
-expect_run() { # results status lock-entries outputs stderr-regex...
-    local r=$1 i
-    local -a got
-    expect_equal status "$(tagged "$r" status)" "$2"
-    expect_equal "lock directory" "$(listing "$r" lock)" "$3"
-    expect_equal "staging directory" "$(listing "$r" staging)" ""
-    expect_equal "output directory" "$(listing "$r" output)" "$4"
-    shift 4
-    mapfile -t got < <(tagged "$r" stderr)
-    if [ ${#got[@]} -ne $# ]; then
-        printf 'stderr has %d lines, wanted %d:\n' ${#got[@]} $#
-        printf '    %s\n' "${got[@]}"
-        return
-    fi
-    for ((i = 0; i < $#; i++)); do
-        grep -qE -- "${@:i+1:1}" <<<"${got[i]}" ||
-            printf 'stderr line %d: [%s] does not match %s\n' $((i + 1)) "${got[i]}" "${@:i+1:1}"
-    done
-}
-
-# What the run at a watchdog reset after the player's assert leaves behind,
-# read from the flash: the manufacturing record and the rescue kernel's
-# version in the info file, and no complaint about either on stderr; the
-# partitions as the kernel made them, in /proc/mtd's order, so that the bad
-# blocks are known to have been met.
-expect_complete_dump() { # results "name bad=N rw|ro"...
+# The facts of a dump at a watchdog reset after the player's assert.
+expect_dump_facts() { # results
     local r=$1 entry
-    shift
-    expect_run "$r" 0 crash-dump-complete "crash-dump.info crash-dump.ready crash-dump.tar.bz2" \
-        '^Reset causes: 0x10 watchdog_reset$' \
-        '^Failed to read UBI list: .*/sys/class/ubi/ubi0/volumes_count' \
-        '^Post-mortem crash dump generated\.$'
-    expect_equal partitions "$(tagged "$r" partition | paste -sd,)" "$(IFS=,; echo "$*")"
-    expect_equal "archive members" "$(listing "$r" archive)" "./ ./dmesg ./info ./lastkmsg ./ltcore"
-    expect_equal "ltcore in the archive" "$(tagged "$r" ltcore)" "$(core_image 98304 | md5sum | cut -d' ' -f1)"
-    expect_equal "ready marker bytes" "$(tagged "$r" ready-bytes)" 0
-    diff <(tagged "$r" archived-info) <(tagged "$r" info) | grep '^[<>]' |
-        sed "s/^/the archive's info (<) and the info file (>) differ: /"
     for entry in type=post-mortem reset=watchdog_reset reset_flags=0x10 \
         reset_flag_strings=watchdog_reset serial=PX4C00123 hwrev=10 \
         eth_mac=00:1a:2b:3c:4d:5e wifi_mac=00:1a:2b:3c:4d:5f \
@@ -205,24 +131,7 @@ expect_complete_dump() { # results "name bad=N rw|ro"...
             printf 'info lacks %s (has: %s)\n' "$entry" "$(tagged "$r" info | grep -F -- "${entry%%=*}=" | head -n1)"
     done
     tagged "$r" info | grep -qE '^salt=[0-9a-f]{32}$' || echo "info has no 32-digit salt"
-    # The emulated board has no real-time clock: it boots in 1970.
-    tagged "$r" info | grep -E '^(time|triggered|customer_ubis)=' | sed 's/^/info has, wanted none: /'
-}
-
-check_complete_dump() {
-    expect_complete_dump "$1" "flash0.nvram bad=1 rw" "flash0.rescue bad=1 rw" "$FLASH_VIEW bad=2 rw"
-}
-
-check_read_only_flash() {
-    expect_complete_dump "$1" "flash0.nvram bad=1 ro" "flash0.rescue bad=2 ro" "$FLASH_VIEW bad=3 rw"
-}
-
-check_unknown_silicon() {
-    expect_run "$1" 1 "" "" '^crash-dump caught exception: Unexpected silicon type$'
-}
-
-check_clean_reset() {
-    expect_run "$1" 1 crash-dump-complete "" '^Reset causes: 0x1 power_on_reset$' '^No post-mortem crash dump available\.$'
+    tagged "$r" info | grep -E '^(triggered|customer_ubis)=' | sed 's/^/info has, wanted none: /'
 }
 
 # The runs that a cut reached, "N facts" a line.

@@ -59,17 +59,18 @@ protected:
 
 TEST_F(LinuxNandAccessTest, OpensTheDeviceUpToTheSizeLimitInWholeBlocks)
 {
-    EXPECT_EQ(LinuxNandAccessImpl(m_device, 16 * 1024 * 1024).TotalSize(), 4 * kErase);
-    EXPECT_EQ(LinuxNandAccessImpl(m_device, 2 * kErase).TotalSize(), 2 * kErase);
-    EXPECT_DEATH((test_support::ForceReportsToStandardError(), LinuxNandAccessImpl(m_device, kErase + kPage)),
+    EXPECT_EQ(LinuxNandAccessImpl(m_device, 16 * 1024 * 1024, NandMode::kRead).TotalSize(), 4 * kErase);
+    EXPECT_EQ(LinuxNandAccessImpl(m_device, 2 * kErase, NandMode::kRead).TotalSize(), 2 * kErase);
+    EXPECT_DEATH((test_support::ForceReportsToStandardError(),
+                  LinuxNandAccessImpl(m_device, kErase + kPage, NandMode::kRead)),
                  "ASSERT FAILED: m_total_size % m_erase_size == 0\r\nlib/hardware/nand_access_linux.cpp:[0-9]+:"
-                 "LinuxNandAccessImpl::LinuxNandAccessImpl\\(const std::string&, size_t\\)");
+                 "LinuxNandAccessImpl::LinuxNandAccessImpl\\(const std::string&, size_t, NandMode\\)");
 }
 
 // The driver refuses to erase a bad block or to move more than one page's spare area.
 TEST_F(LinuxNandAccessTest, TransfersAtOffsetsSkippingBadBlocksAndOnePageOfSpareAreaAtATime)
 {
-    LinuxNandAccessImpl nand(m_device, 4 * kErase);
+    LinuxNandAccessImpl nand(m_device, 4 * kErase, NandMode::kReadWrite);
     nand.Write(kErase - 2, "hello", 5);
     EXPECT_EQ(Read(nand, kErase - 3, 7), "AhelloB");
     EXPECT_EQ(Read(nand, 4 * kErase - 2, 8), "DD"); // only the end of the device shortens a read
@@ -95,7 +96,7 @@ TEST_F(LinuxNandAccessTest, TransfersAtOffsetsSkippingBadBlocksAndOnePageOfSpare
 TEST_F(LinuxNandAccessTest, WriteProtectedPartitionReadsButRefusesChanges)
 {
     std::ofstream(m_device + ".ro").close();
-    LinuxNandAccessImpl nand(m_device, 4 * kErase);
+    LinuxNandAccessImpl nand(m_device, 4 * kErase, NandMode::kReadWrite);
     EXPECT_TRUE(nand.IsBadBlock(2 * kErase));
     EXPECT_TRUE(nand.IsSpareAreaErased(0));
 
