@@ -3,6 +3,7 @@
 // depend on the library's version. This holds it to the host's 64-bit
 // strtoull, narrowed as a 32-bit unsigned long is. The host's library predates
 // the "0b" prefix, so binary digits after it are read in base 2 explicitly.
+// The seeds (corpus/dump_trigger) are the edge cases: spaces, prefixes, signs, saturation.
 
 #include <cerrno>
 #include <string>

@@ -23,24 +23,15 @@ const char* const kUsage =
 
 namespace {
 
-// Walks the arguments, handing out option values.
-class Arguments {
-public:
-    explicit Arguments(const std::vector<std::string>& arguments) : m_arguments(arguments) {}
+using Arguments = std::vector<std::string>;
 
-    bool Done() const { return m_next == m_arguments.size(); }
-    const std::string& Next() { return m_arguments[m_next++]; }
-    const std::string& ValueOf(const std::string& option)
-    {
-        if (Done())
-            throw UsageError(option + " needs a value");
-        return Next();
-    }
-
-private:
-    const std::vector<std::string>& m_arguments;
-    size_t m_next = 0;
-};
+// The value that follows the option at i; i moves on to it.
+const std::string& ValueOf(const Arguments& arguments, size_t& i)
+{
+    if (++i == arguments.size())
+        throw UsageError(arguments[i - 1] + " needs a value");
+    return arguments[i];
+}
 
 size_t ParseByteCount(const std::string& option, const std::string& text)
 {
@@ -52,12 +43,12 @@ size_t ParseByteCount(const std::string& option, const std::string& text)
     return static_cast<size_t>(value);
 }
 
-void ParseMakeEnvironment(Arguments& arguments, Options& options)
+void ParseMakeEnvironment(const Arguments& arguments, Options& options)
 {
-    while (!arguments.Done()) {
-        const std::string& argument = arguments.Next();
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
         if (argument == "--erase-size") {
-            options.erase_size = static_cast<uint32_t>(ParseByteCount(argument, arguments.ValueOf(argument)));
+            options.erase_size = static_cast<uint32_t>(ParseByteCount(argument, ValueOf(arguments, i)));
             continue;
         }
         const size_t equals = argument.find('=');
@@ -67,16 +58,16 @@ void ParseMakeEnvironment(Arguments& arguments, Options& options)
     }
 }
 
-void ParseMakeFit(Arguments& arguments, Options& options)
+void ParseMakeFit(const Arguments& arguments, Options& options)
 {
-    while (!arguments.Done()) {
-        const std::string& argument = arguments.Next();
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
         if (argument == "--version")
-            options.version = arguments.ValueOf(argument);
+            options.version = ValueOf(arguments, i);
         else if (argument == "--gzip")
             options.gzip = true;
         else if (argument == "--payload")
-            options.payload = ParseByteCount(argument, arguments.ValueOf(argument));
+            options.payload = ParseByteCount(argument, ValueOf(arguments, i));
         else
             throw UsageError("make-fit does not take '" + argument + "'");
     }
@@ -84,18 +75,18 @@ void ParseMakeFit(Arguments& arguments, Options& options)
         throw UsageError("make-fit needs --version TEXT");
 }
 
-void ParseRun(Arguments& arguments, Options& options)
+void ParseRun(const Arguments& arguments, Options& options)
 {
-    while (!arguments.Done()) {
-        const std::string& argument = arguments.Next();
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
         if (argument == "--list")
             options.action = Options::Action::kList;
         else if (argument == "--help" || argument == "-h")
             options.action = Options::Action::kHelp;
         else if (argument == "--collector")
-            options.collector = arguments.ValueOf(argument);
+            options.collector = ValueOf(arguments, i);
         else if (argument == "--keep")
-            options.keep = arguments.ValueOf(argument);
+            options.keep = ValueOf(arguments, i);
         else if (argument == "--valgrind")
             options.valgrind = true;
         else if (argument == "--power-cuts")
@@ -115,16 +106,13 @@ void ParseRun(Arguments& arguments, Options& options)
 
 } // namespace
 
-Options ParseCommandLine(const std::vector<std::string>& list)
+Options ParseCommandLine(const std::vector<std::string>& arguments)
 {
     Options options;
-    Arguments arguments(list);
-    if (!list.empty() && list.front() == "make-env") {
-        arguments.Next();
+    if (!arguments.empty() && arguments.front() == "make-env") {
         options.action = Options::Action::kMakeEnvironment;
         ParseMakeEnvironment(arguments, options);
-    } else if (!list.empty() && list.front() == "make-fit") {
-        arguments.Next();
+    } else if (!arguments.empty() && arguments.front() == "make-fit") {
         options.action = Options::Action::kMakeFit;
         ParseMakeFit(arguments, options);
     } else {

@@ -41,6 +41,14 @@ const char* const kUsrLinks[][2] = {
     {"/bin", "usr/bin"}, {"/sbin", "usr/sbin"}, {"/lib", "usr/lib"}, {"/lib64", "usr/lib64"},
 };
 
+std::string Slurp(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
 [[noreturn]] void Die(const char* what)
 {
     std::fprintf(stderr, "device root: %s: %s\n", what, std::strerror(errno));
@@ -71,14 +79,6 @@ long SampleOwnPeak(pid_t pid, const std::string& starter_name)
             peak = std::atol(line.c_str() + 6);
     }
     return peak;
-}
-
-std::string OwnName()
-{
-    std::ifstream comm("/proc/self/comm");
-    std::string name;
-    std::getline(comm, name);
-    return name;
 }
 
 // The collector's own /proc entries, from the host: on a device they are
@@ -132,14 +132,6 @@ bool LeftDescriptorsOpen(const std::string& log, const std::string& log_name)
             return true;
     }
     return false;
-}
-
-std::string Slurp(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
 }
 
 } // namespace
@@ -234,12 +226,10 @@ void DeviceRoot::BindHostFile(std::string_view host_path, std::string_view insid
 
 void DeviceRoot::UnbindHostFile(std::string_view inside)
 {
-    for (auto it = m_binds.begin(); it != m_binds.end(); ++it) {
-        if (it->inside == inside) {
-            m_binds.erase(it);
-            Remove(inside);
-            return;
-        }
+    const auto bound = std::find_if(m_binds.begin(), m_binds.end(), [&](const Bind& b) { return b.inside == inside; });
+    if (bound != m_binds.end()) {
+        m_binds.erase(bound);
+        Remove(inside);
     }
 }
 
@@ -389,15 +379,6 @@ DeviceRoot::Process::Process(pid_t pid, std::string output_directory, std::strin
 {
 }
 
-DeviceRoot::Process::Process(Process&& other) noexcept
-    : m_pid(std::exchange(other.m_pid, 0)),
-      m_output_directory(std::move(other.m_output_directory)),
-      m_tool_log(std::move(other.m_tool_log)),
-      m_print_findings(other.m_print_findings),
-      m_started(other.m_started)
-{
-}
-
 DeviceRoot::Process::~Process()
 {
     if (m_pid > 0) {
@@ -417,23 +398,14 @@ void DeviceRoot::Process::Kill(int signal) const
     kill(m_pid, signal);
 }
 
-void DeviceRoot::Process::ReadToolLog(RunResult& result) const
-{
-    if (m_tool_log.empty())
-        return;
-    result.tool_log = Slurp(m_tool_log);
-    fs::remove(m_tool_log);
-    if (result.exit_status >= 0 && LeftDescriptorsOpen(result.tool_log, fs::path(m_tool_log).filename()))
-        result.exit_status = kToolFindingStatus;
-}
-
 RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
 {
     RunResult result;
     int status = 0;
     struct rusage usage {};
     const auto deadline = m_started + timeout;
-    const std::string starter_name = OwnName();
+    const std::string comm = Slurp("/proc/self/comm");
+    const std::string starter_name = comm.substr(0, comm.find('\n'));
     for (;;) {
         result.own_peak_kib = std::max(result.own_peak_kib, SampleOwnPeak(m_pid, starter_name));
         pid_t done = wait4(m_pid, &status, WNOHANG, &usage);
@@ -453,7 +425,12 @@ RunResult DeviceRoot::Process::Wait(std::chrono::seconds timeout)
     else if (WIFSIGNALED(status))
         result.signal = WTERMSIG(status);
     result.standard_error = Slurp(m_output_directory + "/stderr");
-    ReadToolLog(result);
+    if (!m_tool_log.empty()) {
+        result.tool_log = Slurp(m_tool_log);
+        fs::remove(m_tool_log);
+        if (result.exit_status >= 0 && LeftDescriptorsOpen(result.tool_log, fs::path(m_tool_log).filename()))
+            result.exit_status = kToolFindingStatus;
+    }
     // Shown with a failing test's output: the finding is the news, not the
     // status the test then trips over.
     if (m_print_findings && result.exit_status == kToolFindingStatus)

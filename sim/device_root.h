@@ -80,8 +80,8 @@ public:
     class Process {
     public:
         Process(pid_t pid, std::string output_directory, std::string tool_log, bool print_findings);
-        Process(Process&& other) noexcept;
-        Process& operator=(Process&&) = delete;
+        // Never moved: Start's result is built in place (C++17).
+        Process(Process&&) = delete;
         ~Process();
         // Waits for the collector; after the timeout it is killed and the
         // result shows the signal.
@@ -91,8 +91,6 @@ public:
         pid_t Id() const { return m_pid; }
 
     private:
-        void ReadToolLog(RunResult& result) const;
-
         pid_t m_pid;
         std::string m_output_directory;
         std::string m_tool_log; // host path of the memory checker's log, or empty

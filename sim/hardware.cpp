@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace sim {
 
@@ -36,30 +37,25 @@ MtdPartition FlashedPartition(const std::string& name, const std::string& image,
     bad_blocks.erase(std::unique(bad_blocks.begin(), bad_blocks.end()), bad_blocks.end());
     const auto is_bad = [&](uint64_t block) { return std::binary_search(bad_blocks.begin(), bad_blocks.end(), block); };
 
-    // The blocks the image takes, then as many as the bad blocks reach; an
-    // empty image leaves one erased block.
-    uint64_t blocks = 0;
-    for (size_t placed = 0; placed < image.size(); ++blocks) {
-        if (!is_bad(blocks))
-            placed += geometry.erase_size;
+    // Block by block over the good ones; an empty image leaves one erased
+    // block, and the partition reaches as far as its bad blocks do.
+    const uint32_t block_size = geometry.erase_size;
+    std::string content;
+    for (size_t written = 0; written < image.size();) {
+        std::string block(block_size, '\xff');
+        if (!is_bad(content.size() / block_size)) {
+            const size_t chunk = std::min<size_t>(block_size, image.size() - written);
+            block.replace(0, chunk, image, written, chunk);
+            written += chunk;
+        }
+        content += block;
     }
-    blocks = std::max<uint64_t>(blocks, 1);
-    if (!bad_blocks.empty())
-        blocks = std::max<uint64_t>(blocks, uint64_t{bad_blocks.back()} + 1);
-    if (blocks * geometry.erase_size > UINT32_MAX)
+    const uint64_t blocks = std::max<uint64_t>(
+        {content.size() / block_size, 1, bad_blocks.empty() ? 0 : uint64_t{bad_blocks.back()} + 1});
+    if (blocks * block_size > UINT32_MAX)
         throw std::length_error("partition " + name + " would be 4 GiB or larger");
-
-    std::string content(blocks * geometry.erase_size, '\xff');
-    size_t written = 0;
-    for (uint64_t block = 0; written < image.size(); ++block) {
-        if (is_bad(block))
-            continue;
-        const size_t chunk = std::min<size_t>(geometry.erase_size, image.size() - written);
-        content.replace(block * geometry.erase_size, chunk, image, written, chunk);
-        written += chunk;
-    }
-    return {name, std::move(content), geometry.erase_size, geometry.write_size, geometry.oob_size,
-            std::move(bad_blocks)};
+    content.resize(blocks * block_size, '\xff');
+    return {name, std::move(content), geometry, std::move(bad_blocks)};
 }
 
 void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
@@ -69,17 +65,16 @@ void AddMtdPartition(DeviceRoot& device, const MtdPartition& partition)
     const auto index = std::count(table.begin(), table.end(), '\n') - 1;
     const std::string path = fmt::format("/dev/mtd{}", index);
 
-    std::string geometry = fmt::format("{} {} {}", partition.erase_size, partition.write_size, partition.oob_size);
-    for (uint32_t block : partition.bad_blocks)
-        geometry += fmt::format(" {}", block);
+    const FlashGeometry& sizes = partition.geometry;
     device.WriteFile(path, partition.content, 0600);
-    device.WriteFile(path + ".geometry", geometry + "\n");
+    device.WriteFile(path + ".geometry", fmt::format("{} {} {} {}\n", sizes.erase_size, sizes.write_size,
+                                                     sizes.oob_size, fmt::join(partition.bad_blocks, " ")));
     if (partition.write_refusal != 0)
         device.WriteFile(path + ".ro", std::to_string(partition.write_refusal));
     else
         device.Remove(path + ".ro");
 
-    table += fmt::format("mtd{}: {:08x} {:08x} \"{}\"\n", index, partition.content.size(), partition.erase_size,
+    table += fmt::format("mtd{}: {:08x} {:08x} \"{}\"\n", index, partition.content.size(), sizes.erase_size,
                          partition.name);
     device.WriteFile(kPartitionTable, table, 0444);
     device.LoadMtdDriver();

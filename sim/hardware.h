@@ -20,9 +20,7 @@ struct FlashGeometry {
 struct MtdPartition {
     std::string name;
     std::string content; // the whole partition; its length is the partition size
-    uint32_t erase_size = 128 * 1024;
-    uint32_t write_size = 2048;
-    uint32_t oob_size = 64;
+    FlashGeometry geometry;
     std::vector<uint32_t> bad_blocks = {};
     // The error a read-write open fails with, 0 for none.
     int write_refusal = 0;

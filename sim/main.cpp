@@ -43,15 +43,6 @@ void Interrupt(int signal)
     }
 }
 
-void CatchInterruptions()
-{
-    struct sigaction action {};
-    action.sa_handler = Interrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
 int Fail(const std::string& message)
 {
     std::fprintf(stderr, "crash-dump-sim: %s\n", message.c_str());
@@ -77,7 +68,8 @@ int Run(const sim::Options& options, const sim::Installation& installation)
         return Fail(options.keep + ": not empty; --keep needs a new or empty directory");
 
     const sim::Scenario scenario = sim::LoadScenario(sim::ScenarioPath(options.scenario, installation.scenarios));
-    CatchInterruptions();
+    std::signal(SIGINT, Interrupt);
+    std::signal(SIGTERM, Interrupt);
     sim::DeviceRoot device(installation, options.keep);
     if (!options.collector.empty())
         device.SetProgram(std::filesystem::absolute(options.collector).string());

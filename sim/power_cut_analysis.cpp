@@ -8,6 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include "app/paths.h"
 #include "power_cut_checker.h"
 #include "power_cut_model.h"
@@ -83,21 +86,12 @@ void Print(const PowerCutReport& report, std::ostream& out)
             << "\n";
     out << report.cut_points << " cut points, " << report.violations.size() << " violations\n";
     out << "hand-off durable at exit: ";
-    if (!report.handed_off) {
+    if (!report.handed_off)
         out << "nothing handed off\n";
-        return;
-    }
-    if (report.not_durable_at_exit.empty()) {
+    else if (report.not_durable_at_exit.empty())
         out << "yes\n";
-        return;
-    }
-    out << "no";
-    const char* separator = " (";
-    for (const std::string& reason : report.not_durable_at_exit) {
-        out << separator << reason;
-        separator = "; ";
-    }
-    out << ")\n";
+    else
+        out << fmt::format("no ({})\n", fmt::join(report.not_durable_at_exit, "; "));
 }
 
 } // namespace

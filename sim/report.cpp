@@ -5,8 +5,10 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <sstream>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "app/paths.h"
 
@@ -63,12 +65,7 @@ std::string Size(uint64_t bytes)
 
 std::string BadBlocks(const std::vector<uint32_t>& blocks)
 {
-    if (blocks.empty())
-        return "no bad blocks";
-    std::string list = "bad blocks";
-    for (uint32_t block : blocks)
-        list += fmt::format(" {}", block);
-    return list;
+    return blocks.empty() ? "no bad blocks" : fmt::format("bad blocks {}", fmt::join(blocks, " "));
 }
 
 std::string ShellQuoted(const std::string& text)
@@ -92,12 +89,9 @@ std::string CommandOutput(const std::string& command)
 
 void Indented(const std::string& text)
 {
-    size_t start = 0;
-    while (start < text.size()) {
-        const size_t end = text.find('\n', start);
-        fmt::print("   {}\n", text.substr(start, end == std::string::npos ? std::string::npos : end - start));
-        start = end == std::string::npos ? text.size() : end + 1;
-    }
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        fmt::print("   {}\n", line);
 }
 
 } // namespace

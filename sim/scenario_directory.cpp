@@ -10,14 +10,23 @@
 #include <map>
 #include <sstream>
 
+#include "app/paths.h"
+
 namespace fs = std::filesystem;
 
 namespace sim {
 
 namespace {
 
+void RequireKind(const fs::path& path, fs::file_type kind)
+{
+    if (fs::symlink_status(path).type() != kind)
+        throw ScenarioError(path.string(), kind == fs::file_type::directory ? "not a directory" : "not a plain file");
+}
+
 std::string ReadWhole(const fs::path& path)
 {
+    RequireKind(path, fs::file_type::regular);
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw ScenarioError(path.string(), std::strerror(errno));
@@ -51,33 +60,6 @@ std::vector<uint32_t> ReadNumbers(const fs::path& path, size_t count)
         throw ScenarioError(path.string(), "holds " + std::to_string(numbers.size()) + " numbers, not "
                                                + std::to_string(count));
     return numbers;
-}
-
-void RequireKind(const fs::path& path, fs::file_type kind)
-{
-    if (fs::symlink_status(path).type() != kind)
-        throw ScenarioError(path.string(), kind == fs::file_type::directory ? "not a directory" : "not a plain file");
-}
-
-uint32_t ReadNumberFile(const fs::path& path)
-{
-    RequireKind(path, fs::file_type::regular);
-    return ReadNumbers(path, 1).front();
-}
-
-// The entries that make a directory of the device a small file system.
-const std::map<std::string, std::string> kFileSystemEntries = {
-    {"output-size", "/var/lib/lumora/crash-dump"},
-    {"staging-size", "/var/run/crash-dump"},
-};
-
-void LoadFileSystemSize(const fs::path& path, const std::string& inside, Scenario& scenario)
-{
-    const uint32_t bytes = ReadNumberFile(path);
-    // A tmpfs of size 0 has no limit at all.
-    if (bytes == 0)
-        throw ScenarioError(path.string(), "a file system of 0 bytes");
-    scenario.file_system_sizes[inside] = bytes;
 }
 
 void LoadRoot(const fs::path& directory, Scenario& scenario)
@@ -172,14 +154,18 @@ Scenario LoadScenario(const std::string& directory)
         } else if (name == "flash") {
             LoadFlash(path, scenario);
         } else if (name == "description") {
-            RequireKind(path, fs::file_type::regular);
             scenario.description = FirstLine(ReadWhole(path));
         } else if (name == "reset-causes") {
-            scenario.reset_causes = ReadNumberFile(path);
-        } else if (const auto small = kFileSystemEntries.find(name); small != kFileSystemEntries.end()) {
-            LoadFileSystemSize(path, small->second, scenario);
+            scenario.reset_causes = ReadNumbers(path, 1).front();
+        } else if (name == "output-size" || name == "staging-size") {
+            const uint32_t bytes = ReadNumbers(path, 1).front();
+            // A tmpfs of size 0 has no limit at all.
+            if (bytes == 0)
+                throw ScenarioError(path.string(), "a file system of 0 bytes");
+            const fs::path small = name == "output-size" ? fs::path(paths::kOutputDirectory)
+                                                         : fs::path(paths::kStagingDirectory).parent_path();
+            scenario.file_system_sizes[small.string()] = bytes;
         } else if (name == "soc") {
-            RequireKind(path, fs::file_type::regular);
             const std::vector<uint32_t> registers = ReadNumbers(path, 2);
             scenario.soc = {registers[0], registers[1]};
         } else {

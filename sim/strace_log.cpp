@@ -161,15 +161,6 @@ private:
     std::vector<std::pair<size_t, Syscall>> m_calls;
 };
 
-int OctalDigits(std::string_view text, size_t i, int& value)
-{
-    int digits = 0;
-    value = 0;
-    while (digits < 3 && i + digits < text.size() && text[i + digits] >= '0' && text[i + digits] <= '7')
-        value = value * 8 + (text[i + digits++] - '0');
-    return digits;
-}
-
 // The text from just after `open` up to the unescaped `close`, with strace's
 // escapes undone.
 std::string Unescape(std::string_view argument, size_t open, char close)
@@ -185,8 +176,12 @@ std::string Unescape(std::string_view argument, size_t open, char close)
         if (escape == 'x') {
             value = std::stoi(std::string(argument.substr(i + 1, 2)), nullptr, 16);
             i += 2;
-        } else if (int digits = OctalDigits(argument, i, value); digits > 0) {
-            i += static_cast<size_t>(digits) - 1;
+        } else if (escape >= '0' && escape <= '7') {
+            size_t digits = 0;
+            while (digits < 3 && i + digits < argument.size() && argument[i + digits] >= '0'
+                   && argument[i + digits] <= '7')
+                value = value * 8 + (argument[i + digits++] - '0');
+            i += digits - 1;
         } else {
             static const std::string_view kFrom = "ntrvf", kTo = "\n\t\r\v\f";
             const size_t known = kFrom.find(escape);

@@ -6,8 +6,6 @@
 
 namespace sim {
 
-// ---- Rescue kernel: FIT images (flattened device trees) ----
-
 namespace {
 
 constexpr uint32_t kFitMagic = 0xd00dfeed;
@@ -162,7 +160,5 @@ std::string Gzip(const std::string& bytes)
     }
     return compressed;
 }
-
-// ---- end of FIT images ----
 
 } // namespace sim

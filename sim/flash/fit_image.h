@@ -4,11 +4,9 @@
 #include <cstdint>
 #include <string>
 
-// Partition images for the simulated device and for the unit tests that read
-// them. Each kind of image has its own block below.
+// Rescue kernel partition images, FIT images (flattened device trees), for
+// the simulated device and for the unit tests that read them.
 namespace sim {
-
-// ---- Rescue kernel: FIT images (flattened device trees) ----
 
 // Writes a flattened tree token by token, so that a test can make a
 // well-formed image as easily as a precisely broken one. The image is laid out
@@ -58,7 +56,5 @@ std::string RescueFitImage(const std::string& version, size_t payload_size);
 
 // The bytes as one gzip member, as the build compresses rescue images.
 std::string Gzip(const std::string& bytes);
-
-// ---- end of FIT images ----
 
 } // namespace sim

@@ -239,40 +239,26 @@ static int write_refusal(const char* path)
     return error;
 }
 
-static int open_image(const char* name, open_function* next, const char* path, int flags, va_list arguments)
-{
-    if (*next == NULL)
-        next_symbol(name, next, sizeof *next);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;
-    const int refusal = (flags & O_ACCMODE) != O_RDONLY ? write_refusal(path) : 0;
-    if (refusal != 0)
-        return fail(refusal);
-    return (*next)(path, flags, mode);
-}
-
 /* Both entry points by their link names: with 64-bit file offsets the
- * C library's header turns every "open" in this file into "open64". */
+ * C library's header turns every "open" in this file into "open64". One body
+ * serves both, passing on to the C library's open64: O_LARGEFILE is all that
+ * sets it apart, and it only lifts a limit of 2 GiB. */
 int open_entry(const char* path, int flags, ...) __asm__("open");
-int open64_entry(const char* path, int flags, ...) __asm__("open64");
+int open64_entry(const char* path, int flags, ...) __asm__("open64") __attribute__((alias("open")));
 
 int open_entry(const char* path, int flags, ...)
 {
     static open_function next;
+    if (next == NULL)
+        next_symbol("open64", &next, sizeof next);
     va_list arguments;
     va_start(arguments, flags);
-    const int fd = open_image("open", &next, path, flags, arguments);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return fd;
-}
-
-int open64_entry(const char* path, int flags, ...)
-{
-    static open_function next;
-    va_list arguments;
-    va_start(arguments, flags);
-    const int fd = open_image("open64", &next, path, flags, arguments);
-    va_end(arguments);
-    return fd;
+    const int refusal = (flags & O_ACCMODE) != O_RDONLY ? write_refusal(path) : 0;
+    if (refusal != 0)
+        return fail(refusal);
+    return next(path, flags, mode);
 }
 
 static int changes_flash(unsigned long request)

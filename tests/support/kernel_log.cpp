@@ -12,15 +12,9 @@ namespace test_support {
 bool RedirectKernelLog(const std::string& file, bool read_only)
 {
     std::ofstream(file, std::ios::app).close();
-    if (unshare(CLONE_NEWNS) != 0)
-        return false;
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        return false;
-    if (mount(file.c_str(), "/dev/kmsg", nullptr, MS_BIND, nullptr) != 0)
-        return false;
-    if (read_only && mount(nullptr, "/dev/kmsg", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
-        return false;
-    return true;
+    return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && mount(file.c_str(), "/dev/kmsg", nullptr, MS_BIND, nullptr) == 0
+        && (!read_only || mount(nullptr, "/dev/kmsg", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0);
 }
 
 ChildEnd RunWithOwnKernelLog(const std::string& file, bool read_only, const std::function<void()>& body)

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "app/dump_trigger.h"
 #include "app/reset_causes.h"
 
 namespace {
@@ -24,31 +23,6 @@ TEST(CrashRecordTest, NamesTheResetCauseWord)
         EXPECT_EQ(ResetFlagsText(causes), flags);
         EXPECT_EQ(ResetCauseNames(causes), names) << flags;
     }
-}
-
-// The kernel's trigger file as the C library's strtoul reads it in base 0, cut to 32 bits.
-const std::pair<std::string, uint32_t> kTriggerTexts[] = {
-    {" \t\r7", 7}, // white space runs from tab to carriage return
-    {"7x9", 7},    // an x after anything but a lone 0 is no prefix
-    {"0x10", 16},
-    {"0XaA", 170}, // hexadecimal digits in either case
-    {"0xg", 0},    // stops at the first character that is no digit of the base
-    {"0b101", 5},
-    {"0B12", 1},
-    {"010", 8},
-    {"019", 1},
-    {"90a", 90},
-    {"+5", 5},
-    {"-1", 0xffffffff}, // a minus negates modulo 2^32
-    {"-4294967295", 1},
-    {"4294967296", 0xffffffff}, // past 32 bits saturates, sign or not
-    {"-4294967296", 0xffffffff},
-};
-
-TEST(CrashRecordTest, ReadsTheDumpTriggerAsTheCLibraryDoes)
-{
-    for (const auto& [text, value] : kTriggerTexts)
-        EXPECT_EQ(ParseUnsignedBase0(text), value) << '"' << text << '"';
 }
 
 } // namespace

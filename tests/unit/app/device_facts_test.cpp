@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
-#include "app/customer_ubis.h"
 #include "app/device_facts.h"
 #include "fit_image.h"
 #include "memory_nand.h"
@@ -41,16 +39,6 @@ TEST_F(DeviceFactsTest, OnlyASetClockStampsTheDump)
 {
     EXPECT_EQ(FormatCollectionTime(1388534400), std::nullopt);
     EXPECT_EQ(FormatCollectionTime(1388534401), "20140101T000001Z");
-}
-
-// A garbage count must not walk four billion volumes, each costing a report.
-TEST_F(DeviceFactsTest, WalksNoMoreVolumesThanAUbiDeviceHolds)
-{
-    Write("/volumes_count", "4000000000");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(CustomerUbiVolumes(m_root), "");
-    const std::string reports = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(reports.begin(), reports.end(), '\n'), 128);
 }
 
 const std::string kNoFile = ": No such file or directory (2)\n";
