@@ -34,6 +34,7 @@ if [ "$(cat "$STAMP" 2>/dev/null)" != "${PACKAGES[*]}" ]; then
     mirror=$(sed -n 's/^URIs: *//p' /etc/apt/sources.list.d/debian.sources 2>/dev/null | head -n1)
     log "making the clean build root (${#PACKAGES[@]} packages and what they need)"
     rm -rf "$ROOT.new"
+    mkdir -p "$TARGET_CACHE"
     mmdebstrap --quiet --variant=apt --architectures="$(dpkg --print-architecture)",armhf \
         --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' \
         --dpkgopt='path-exclude=/usr/share/locale/*' --aptopt='Acquire::Languages "none"' \
