@@ -96,5 +96,5 @@ check_dump_replaced() {
 boot_summary() { # name
     local r=$logs/$1.results
     echo "collector active $((($(at "$r" collector-end) - $(at "$r" collector-start)) / 1000)) ms, boot" \
-        "$(cat "$logs/$1.wall") s$(tagged "$r" exposure | sed 's/^/; exposure /')$(tagged "$r" marked | sed 's/^/, /' | tr -d '\n')"
+        "$(cat "$logs/$1.wall") s$(tagged "$r" start-ms | sed 's/^/; a start of true (ms): /')$(tagged "$r" exposure | sed 's/^/; exposure /')$(tagged "$r" marked | sed 's/^/, /' | tr -d '\n')"
 }
