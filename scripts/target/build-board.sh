@@ -60,10 +60,7 @@ log "kernel $kver"
 
 mapfile -t debs < <(target_fetch_debs "$TARGET_CACHE/debs" "$kpkg" busybox-static mtd-utils)
 
-tmp=$BOARD.new.$$
-rm -rf "$tmp"
-mkdir -p "$tmp"
-trap 'rm -rf "$tmp"' EXIT
+scratch_beside "$BOARD"
 unpacked=$tmp/unpacked
 for d in "${debs[@]}"; do dpkg-deb -x "$d" "$unpacked"; done
 

@@ -30,10 +30,8 @@ if [ -f "$MODULE" ] && [ "$(head -n1 "$OUT/.crash-dump-module" 2>/dev/null)" = "
     exit 0
 fi
 
-tmp=$OUT.new.$$
-rm -rf "$tmp"
+scratch_beside "$OUT"
 mkdir -p "$tmp/out" "$tmp/src"
-trap 'rm -rf "$tmp"' EXIT
 kbuild_prepare "$tmp/tree"
 log "casefiles for kernel $kver ($kernel_version)"
 cp "$here/image/casefiles.c" "$tmp/src/"

@@ -45,10 +45,8 @@ if [ -f "$MODULE" ] && [ -f "$STAMP" ] && [ "$(head -n1 "$STAMP")" = "$wanted" ]
     exit 0
 fi
 
-tmp=$OUT.new.$$
-rm -rf "$tmp"
+scratch_beside "$OUT"
 mkdir -p "$tmp/out"
-trap 'rm -rf "$tmp"' EXIT
 kbuild_prepare "$tmp/tree"
 log "cmdlinepart for kernel $kver ($kernel_version)"
 source_deb=$(target_fetch_debs "$TARGET_CACHE/debs" "linux-source-$kernel_series=$kernel_version")

@@ -58,10 +58,7 @@ if [ -f "$ROOT_TAR" ] && [ -f "$OUT/initrd.cpio.gz" ] && [ -d "$OUT/modules" ]; 
     exit 0
 fi
 
-tmp=$OUT.new.$$
-rm -rf "$tmp"
-mkdir -p "$tmp"
-trap 'rm -rf "$tmp"' EXIT
+scratch_beside "$OUT"
 if [ ! -f "$ROOT_TAR" ]; then
     # Maintainer scripts are armhf programs: the kernel hands them to qemu-arm.
     [ -f /proc/sys/fs/binfmt_misc/register ] || mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc

@@ -11,6 +11,16 @@ TARGET_TRIPLET=arm-linux-gnueabihf
 log() { printf '[target] %s\n' "$*" >&2; }
 die() { printf '[target] error: %s\n' "$*" >&2; exit 1; }
 
+# Sets tmp to an empty scratch directory beside the cache entry OUT, removed
+# when the script exits: an entry is built there and moved into place whole,
+# so an interrupted build never leaves a half-made entry that looks current.
+scratch_beside() { # out
+    tmp=$1.new.$$
+    rm -rf "$tmp"
+    mkdir -p "$tmp"
+    trap 'rm -rf "$tmp"' EXIT
+}
+
 # Installs host packages that are missing; "apt-get update" runs at most once
 # per process and only when something has to be installed, so a prepared
 # machine never touches the network here.
